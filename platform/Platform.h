@@ -1,0 +1,63 @@
+// The operating-system services the plug-in uses, behind one small interface:
+// recursive locks, sleeping, a high-resolution counter, aligned heap blocks, and the
+// two facts the start-up benchmark needs about its host machine.
+#pragma once
+
+#include <framefeed/framefeed.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+// Recursive mutual exclusion; the native object is what OutputFrame::lock points to.
+class RecursiveLock {
+public:
+    RecursiveLock();
+    ~RecursiveLock();
+    RecursiveLock(const RecursiveLock&) = delete;
+    RecursiveLock& operator=(const RecursiveLock&) = delete;
+
+    void Enter();
+    void Leave();
+    FrameFeedPoolLock* Native() { return &native; }
+
+private:
+    FrameFeedPoolLock native;
+};
+
+class LockGuard {
+public:
+    explicit LockGuard(RecursiveLock& lock) : lock(lock) { lock.Enter(); }
+    ~LockGuard() { lock.Leave(); }
+    LockGuard(const LockGuard&) = delete;
+    LockGuard& operator=(const LockGuard&) = delete;
+
+private:
+    RecursiveLock& lock;
+};
+
+void SleepMilliseconds(uint32_t milliseconds);
+
+// Monotonic counter and its ticks per second.
+uint64_t QueryCounter();
+uint64_t QueryCounterFrequency();
+
+// Aligned heap blocks. AlignedRealloc keeps the old block and returns null when it cannot grow;
+// AlignedAlloc and AlignedRealloc return null on exhaustion. alignment is a power of two.
+void* AlignedAlloc(size_t size, size_t alignment);
+void* AlignedRealloc(void* block, size_t size, size_t alignment);
+void AlignedFree(void* block);
+
+// The machine's common application data folder, in UTF-8, without a trailing separator.
+std::string CommonAppDataFolder();
+
+// Product version (major, minor, build, revision) of "ArchiveHost.exe" beside the running
+// executable, from its fixed version record; false when there is none.
+bool ReadHostProductVersion(uint16_t parts[4]);
+
+// Finds the fixed version record in the bytes of an executable; exposed for tests.
+bool FindProductVersion(const uint8_t* bytes, size_t size, uint16_t parts[4]);
+
+}  // namespace platform

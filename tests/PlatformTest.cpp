@@ -1,0 +1,90 @@
+// The platform services the stream and the start-up benchmark stand on.
+#include "platform/Platform.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+TEST(AlignedHeap, BlocksAreAlignedAndReallocationKeepsTheContents) {
+    for (const size_t alignment : {32u, 64u, 4096u}) {
+        uint8_t* block = static_cast<uint8_t*>(platform::AlignedAlloc(100, alignment));
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignment, 0u);
+        for (int i = 0; i < 100; ++i) block[i] = uint8_t(i);
+        uint8_t* grown = static_cast<uint8_t*>(platform::AlignedRealloc(block, 5000, alignment));
+        ASSERT_NE(grown, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(grown) % alignment, 0u);
+        for (int i = 0; i < 100; ++i) ASSERT_EQ(grown[i], uint8_t(i));
+        uint8_t* shrunk = static_cast<uint8_t*>(platform::AlignedRealloc(grown, 10, alignment));
+        ASSERT_NE(shrunk, nullptr);
+        for (int i = 0; i < 10; ++i) ASSERT_EQ(shrunk[i], uint8_t(i));
+        platform::AlignedFree(shrunk);
+    }
+    platform::AlignedFree(nullptr);
+}
+
+TEST(AlignedHeap, AFailedReallocationKeepsTheBlock) {
+    uint8_t* block = static_cast<uint8_t*>(platform::AlignedAlloc(16, 32));
+    ASSERT_NE(block, nullptr);
+    std::memset(block, 0xAB, 16);
+    EXPECT_EQ(platform::AlignedRealloc(block, SIZE_MAX - 8, 32), nullptr);
+    EXPECT_EQ(block[15], 0xAB);
+    platform::AlignedFree(block);
+}
+
+TEST(RecursiveLock, CanBeTakenTwiceByOneThread) {
+    platform::RecursiveLock lock;
+    lock.Enter();
+    lock.Enter();
+    EXPECT_EQ(pthread_mutex_trylock(lock.Native()), 0) << "recursive through the native handle too";
+    pthread_mutex_unlock(lock.Native());
+    lock.Leave();
+    lock.Leave();
+}
+
+TEST(Counter, AdvancesAtItsFrequency) {
+    const uint64_t start = platform::QueryCounter();
+    platform::SleepMilliseconds(20);
+    const double seconds = double(platform::QueryCounter() - start) / double(platform::QueryCounterFrequency());
+    EXPECT_GE(seconds, 0.019);
+    EXPECT_LT(seconds, 5.0);
+}
+
+TEST(CommonAppData, FollowsProgramDataWhenSet) {
+    const char* saved = std::getenv("PROGRAMDATA");
+    const std::string kept = saved ? saved : "";
+    setenv("PROGRAMDATA", "/tmp/ff-data/", 1);
+    EXPECT_EQ(platform::CommonAppDataFolder(), "/tmp/ff-data");
+    unsetenv("PROGRAMDATA");
+    EXPECT_EQ(platform::CommonAppDataFolder(), "/var/lib");
+    if (saved) setenv("PROGRAMDATA", kept.c_str(), 1);
+}
+
+void Put32(std::vector<uint8_t>& bytes, size_t at, uint32_t value) {
+    for (int i = 0; i < 4; ++i) bytes[at + i] = uint8_t(value >> (8 * i));
+}
+
+TEST(HostVersion, ReadsTheProductVersionOfTheFixedRecord) {
+    std::vector<uint8_t> exe(400, 0x5A);
+    Put32(exe, 122, 0xFEEF04BD);  // unaligned: not a record
+    Put32(exe, 200, 0xFEEF04BD);
+    Put32(exe, 208, 0x00010002);  // file version differs from the product version
+    Put32(exe, 216, 0x000C0003);  // 12.3
+    Put32(exe, 220, 0x01C80007);  // 456.7
+    uint16_t parts[4] = {};
+    ASSERT_TRUE(platform::FindProductVersion(exe.data(), exe.size(), parts));
+    EXPECT_EQ(parts[0], 12);
+    EXPECT_EQ(parts[1], 3);
+    EXPECT_EQ(parts[2], 456);
+    EXPECT_EQ(parts[3], 7);
+
+    exe.resize(240);  // the record no longer fits
+    EXPECT_FALSE(platform::FindProductVersion(exe.data(), exe.size(), parts));
+    EXPECT_FALSE(platform::FindProductVersion(nullptr, 0, parts));
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include "TestSupport.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+std::mutex logMutex;
+std::vector<LoggedMessage> logged;
+
+std::mutex hostMutex;
+std::vector<Delivery> delivered;
+bool keepPayloads = true;
+}  // namespace
+
+void LogCapture::Install() {
+    CreateStreamer(&LogCapture::Sink);
+    Take();
+}
+
+void LogCapture::Sink(uint32_t level, const char* format, ...) {
+    char text[1024];
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(text, sizeof(text), format, values);
+    va_end(values);
+    std::lock_guard<std::mutex> guard(logMutex);
+    logged.push_back(LoggedMessage{level, text});
+}
+
+std::vector<LoggedMessage> LogCapture::Take() {
+    std::lock_guard<std::mutex> guard(logMutex);
+    std::vector<LoggedMessage> taken;
+    taken.swap(logged);
+    return taken;
+}
+
+std::vector<std::string> LogCapture::TakeTexts() {
+    std::vector<std::string> texts;
+    for (const LoggedMessage& message : Take()) texts.push_back(message.text);
+    return texts;
+}
+
+void HostRecorder::Reset(bool keep) {
+    std::lock_guard<std::mutex> guard(hostMutex);
+    delivered.clear();
+    keepPayloads = keep;
+}
+
+void HostRecorder::Callback(OutputFrame* frame) {
+    Delivery delivery{*frame, *frame->header, {}};
+    std::lock_guard<std::mutex> guard(hostMutex);
+    if (keepPayloads) {
+        const uint8_t* bytes = static_cast<const uint8_t*>(frame->data);
+        delivery.payload.assign(bytes, bytes + frame->header->payloadSize);
+    }
+    delivered.push_back(std::move(delivery));
+}
+
+std::vector<Delivery> HostRecorder::Take() {
+    std::lock_guard<std::mutex> guard(hostMutex);
+    std::vector<Delivery> taken;
+    taken.swap(delivered);
+    return taken;
+}
+
+size_t HostRecorder::Count() {
+    std::lock_guard<std::mutex> guard(hostMutex);
+    return delivered.size();
+}
+
+void HostRecorder::ReturnAll(const std::vector<Delivery>& deliveries) {
+    for (const Delivery& delivery : deliveries) FrameFeedReturnBuffer(delivery.frame);
+}
+
+StreamConfig MakeConfig(uint32_t format, uint32_t width, uint32_t height, int32_t bitDepth, uint32_t bitsPerPixel,
+                        uint32_t inputCompression) {
+    StreamConfig config{};
+    config.format = format;
+    config.bitDepth = bitDepth;
+    config.bitsPerPixel = bitsPerPixel;
+    config.inputCompression = inputCompression;
+    config.width = width;
+    config.height = height;
+    return config;
+}
+
+std::array<StreamParameters, 4> MakeParameters(const ParameterChoice& choice) {
+    std::array<StreamParameters, 4> parameters{};
+    parameters[0].scale = choice.scale;
+    parameters[0].demosaic = choice.demosaic;
+    parameters[0].compression = choice.compression;
+    parameters[0].quality = choice.quality;
+    parameters[0].keepHighBpp = choice.keepHighBpp;
+    return parameters;
+}
+
+std::vector<uint8_t> MakeFrame(size_t bytes, uint32_t seed) {
+    std::vector<uint8_t> frame(bytes);
+    uint32_t state = seed * 2654435761u + 1;
+    for (size_t i = 0; i < bytes; ++i) {
+        state = state * 1664525u + 1013904223u;
+        frame[i] = static_cast<uint8_t>((i * 7 / 13 + (i >> 9) * 3) + (state >> 29));
+    }
+    return frame;
+}

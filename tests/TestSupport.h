@@ -1,0 +1,59 @@
+// Shared pieces of the tests: a log sink that records, a host that records deliveries and
+// gives buffers back, and builders of the host's records.
+#pragma once
+
+#include <framefeed/framefeed.h>
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct LoggedMessage {
+    uint32_t level;
+    std::string text;
+    bool operator==(const LoggedMessage& other) const { return level == other.level && text == other.text; }
+};
+
+// Records every message of the log sink, formatted.
+class LogCapture {
+public:
+    static void Install();  // CreateStreamer with this sink, and an empty record
+    static void Sink(uint32_t level, const char* format, ...);
+    static std::vector<LoggedMessage> Take();
+    static std::vector<std::string> TakeTexts();
+};
+
+// One callback of the stream, as the host saw it.
+struct Delivery {
+    OutputFrame frame;      // copy: its header, data, freeList and lock pointers
+    FrameHeader header;     // copy of the header at the time of the callback
+    std::vector<uint8_t> payload;
+};
+
+// A host that records each delivery (with its payload when asked) and returns buffers on request.
+class HostRecorder {
+public:
+    static void Reset(bool keepPayloads = true);
+    static void Callback(OutputFrame* frame);
+    static std::vector<Delivery> Take();
+    static size_t Count();
+    // Gives back every recorded buffer that is lent.
+    static void ReturnAll(const std::vector<Delivery>& deliveries);
+};
+
+StreamConfig MakeConfig(uint32_t format, uint32_t width, uint32_t height, int32_t bitDepth, uint32_t bitsPerPixel,
+                        uint32_t inputCompression = CompressionCode::Raw);
+
+struct ParameterChoice {
+    uint32_t scale = 1;
+    uint32_t compression = CompressionCode::Jpeg;
+    float quality = 0.75f;
+    uint32_t demosaic = 0;
+    uint8_t keepHighBpp = 0;
+};
+std::array<StreamParameters, 4> MakeParameters(const ParameterChoice& choice);
+
+// Deterministic frame content: smooth gradients with a little noise, so JPEG has real work.
+std::vector<uint8_t> MakeFrame(size_t bytes, uint32_t seed);
