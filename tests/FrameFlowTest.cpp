@@ -51,12 +51,12 @@ TEST_F(FrameFlow, AStreamWithoutStagesHandsTheHostsFrameOnWithTheMasterHeader) {
     EXPECT_EQ(d.frame.data, frame.data());
     EXPECT_EQ(d.frame.freeList, nullptr);
     EXPECT_EQ(d.frame.header, &stream->MasterHeader());
-    EXPECT_EQ(d.header.reserved0, 0u);
+    EXPECT_EQ(uint64_t(d.header.reserved0), 0u);
     EXPECT_EQ(d.header.streamId, 11u);
-    EXPECT_EQ(d.header.tagA, 0x1122334455667788ull);
+    EXPECT_EQ(uint64_t(d.header.tagA), 0x1122334455667788ull);
     EXPECT_EQ(d.header.tailBytes, 20u);
     EXPECT_EQ(d.header.payloadSize, 64u * 48u) << "raw size from the configuration, not the host's size";
-    EXPECT_EQ(d.header.tagB, 0x99AABBCCDDEEFF00ull);
+    EXPECT_EQ(uint64_t(d.header.tagB), 0x99AABBCCDDEEFF00ull);
     EXPECT_EQ(d.header.frameWidth, 64u);
     EXPECT_EQ(d.header.frameHeight, 48u);
     EXPECT_EQ(d.header.reserved44, 0u);
@@ -98,7 +98,7 @@ TEST_F(FrameFlow, OneBufferDropsTheNextFrameUntilItComesHome) {
     auto first = HostRecorder::Take();
     ASSERT_EQ(first.size(), 1u) << "no callback for the dropped frame";
     ASSERT_NE(first[0].frame.freeList, nullptr);
-    EXPECT_EQ(first[0].header.tagA, 1u);
+    EXPECT_EQ(uint64_t(first[0].header.tagA), 1u);
 
     HostRecorder::ReturnAll(first);
     ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, 3, 0));
@@ -106,7 +106,7 @@ TEST_F(FrameFlow, OneBufferDropsTheNextFrameUntilItComesHome) {
     ASSERT_EQ(second.size(), 1u);
     EXPECT_EQ(second[0].frame.data, first[0].frame.data) << "the same buffer circulates";
     EXPECT_EQ(second[0].frame.header, first[0].frame.header);
-    EXPECT_EQ(second[0].header.tagA, 3u);
+    EXPECT_EQ(uint64_t(second[0].header.tagA), 3u);
     HostRecorder::ReturnAll(second);
 }
 
