@@ -197,8 +197,8 @@ void ReportThroughput(benchmark::State& state, const std::string& name, double s
 // ---- The benchmarks -------------------------------------------------------------------------------
 
 // A stream set up as the host would for a full-size JPEG preview of the given raw format.
-std::unique_ptr<Stream> OpenStream(const FormatCase& c) {
-    std::unique_ptr<Stream> stream(NewStream(ReturnAtOnce));
+std::unique_ptr<Stream, FrameFeedStreamDeleter> OpenStream(const FormatCase& c) {
+    std::unique_ptr<Stream, FrameFeedStreamDeleter> stream(NewStream(ReturnAtOnce));
     StreamConfig config{};
     config.format = c.format;
     config.bitDepth = 8;
@@ -217,7 +217,7 @@ std::unique_ptr<Stream> OpenStream(const FormatCase& c) {
 void StreamBenchmark(benchmark::State& state, const FormatCase& c) {
     const std::vector<uint8_t>& frame = FrameFor(c);
     const uint32_t frameSize = static_cast<uint32_t>(frame.size());
-    std::unique_ptr<Stream> stream = OpenStream(c);
+    std::unique_ptr<Stream, FrameFeedStreamDeleter> stream = OpenStream(c);
     if (stream == nullptr) {
         state.SkipWithError("Init refused the stream");
         return;
@@ -280,7 +280,7 @@ void DirectBenchmark(benchmark::State& state, const FormatCase& c) {
 void PairedBenchmark(benchmark::State& state, const FormatCase& c) {
     const std::vector<uint8_t>& frame = FrameFor(c);
     const uint32_t frameSize = static_cast<uint32_t>(frame.size());
-    std::unique_ptr<Stream> stream = OpenStream(c);
+    std::unique_ptr<Stream, FrameFeedStreamDeleter> stream = OpenStream(c);
     DirectEncoder encoder;
     if (stream == nullptr || !encoder.Ready()) {
         state.SkipWithError("cannot set up stream and encoder");

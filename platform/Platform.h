@@ -53,11 +53,14 @@ void AlignedFree(void* block);
 // The machine's common application data folder, in UTF-8, without a trailing separator.
 std::string CommonAppDataFolder();
 
-// Product version (major, minor, build, revision) of "ArchiveHost.exe" beside the running
-// executable, from its fixed version record; false when there is none.
-bool ReadHostProductVersion(uint16_t parts[4]);
+// Path of "ArchiveHost.exe" beside the running executable, in UTF-8.
+std::string HostExecutablePath();
 
-// Finds the fixed version record in the bytes of an executable; exposed for tests.
+// Product version (major, minor, build, revision) from the fixed version record of an executable;
+// false when the file or its record cannot be read.
+bool ReadProductVersion(const std::string& path, uint16_t parts[4]);
+
+// Finds the fixed version record in the bytes of an executable without the version API.
 bool FindProductVersion(const uint8_t* bytes, size_t size, uint16_t parts[4]);
 
 }  // namespace platform

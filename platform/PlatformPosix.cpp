@@ -89,13 +89,16 @@ std::string CommonAppDataFolder() {
     return path;
 }
 
-bool ReadHostProductVersion(uint16_t parts[4]) {
+std::string HostExecutablePath() {
     char executable[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", executable, sizeof(executable) - 1);
-    if (length <= 0) return false;
-    std::string path(executable, static_cast<size_t>(length));
+    std::string path = length > 0 ? std::string(executable, static_cast<size_t>(length)) : std::string();
     path.erase(path.find_last_of('/') + 1);
-    std::ifstream file(path + "ArchiveHost.exe", std::ios::binary);
+    return path + "ArchiveHost.exe";
+}
+
+bool ReadProductVersion(const std::string& path, uint16_t parts[4]) {
+    std::ifstream file(path, std::ios::binary);
     if (!file) return false;
     const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     return FindProductVersion(bytes.data(), bytes.size(), parts);

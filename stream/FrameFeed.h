@@ -2,6 +2,7 @@
 // into a pool of output buffers that are lent to the host.
 #pragma once
 
+#include "platform/HostDestructibleStream.h"
 #include "platform/Platform.h"
 #include "stream/ImageProcessing.h"
 
@@ -23,10 +24,10 @@ struct StageSlot {
     float* param;            // the compressor's quality cell, owned; null elsewhere
 };
 
-class FrameFeed final : public Stream {
+class FrameFeed final : public platform::HostDestructibleStream<FrameFeed> {
 public:
     explicit FrameFeed(OutputCallback outputCallback);
-    ~FrameFeed() override;
+    ~FrameFeed();
     FrameFeed(const FrameFeed&) = delete;
     FrameFeed& operator=(const FrameFeed&) = delete;
 

@@ -92,7 +92,7 @@ TEST(Concurrency, StreamsOnSeveralThreadsGetEveryBufferBack) {
             const auto frame = MakeFrame(32 * 16 * 3 / 2, id);
             // Even streams drop when busy, odd ones wait; stream 3 has a single buffer.
             const uint32_t flags = (id % 2 ? StreamFlags::WaitWhenBusy : 0u) | (id == 3 ? StreamFlags::SingleBuffer : 0u);
-            std::unique_ptr<Stream> stream(NewStream(&Deliver));
+            std::unique_ptr<Stream, FrameFeedStreamDeleter> stream(NewStream(&Deliver));
             auto parameters = MakeParameters(ParameterChoice{});
             ASSERT_TRUE(stream->Init(id, &config, parameters.data(), flags));
             for (uint64_t tag = 0; tag < framesPerStream; ++tag) {

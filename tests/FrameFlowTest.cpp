@@ -279,7 +279,7 @@ TEST_F(FrameFlow, WithoutACallbackEveryFrameReusesTheFirstBuffer) {
 TEST_F(FrameFlow, DestroyingAStreamWithoutAChainReturnsAtOnce) {
     const auto start = std::chrono::steady_clock::now();
     Stream* stream = NewStream(&HostRecorder::Callback);
-    delete stream;
+    FrameFeedDeleteStream(stream);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
 }
 
@@ -291,7 +291,7 @@ TEST_F(FrameFlow, DestroyingAStreamWaitsForItsLentBuffers) {
     const auto lent = HostRecorder::Take();
     std::atomic<bool> returned{false};
     std::thread host(ReturnLater, lent[0], 40ms, std::ref(returned));
-    delete stream;
+    FrameFeedDeleteStream(stream);
     EXPECT_TRUE(returned);
     host.join();
 }

@@ -3,8 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include "perf/VersionStamp.h"
+
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -36,14 +40,23 @@ TEST(AlignedHeap, AFailedReallocationKeepsTheBlock) {
     platform::AlignedFree(block);
 }
 
-TEST(RecursiveLock, CanBeTakenTwiceByOneThread) {
+TEST(RecursiveLock, IsRecursiveForItsOwnerAndExcludesOtherThreads) {
     platform::RecursiveLock lock;
+    std::atomic<bool> otherInside{false};
     lock.Enter();
     lock.Enter();
-    EXPECT_EQ(pthread_mutex_trylock(lock.Native()), 0) << "recursive through the native handle too";
-    pthread_mutex_unlock(lock.Native());
+    std::thread other([&] {
+        platform::LockGuard guard(lock);
+        otherInside = true;
+    });
+    platform::SleepMilliseconds(30);
+    EXPECT_FALSE(otherInside) << "held twice";
     lock.Leave();
+    platform::SleepMilliseconds(30);
+    EXPECT_FALSE(otherInside) << "still held once";
     lock.Leave();
+    other.join();
+    EXPECT_TRUE(otherInside);
 }
 
 TEST(Counter, AdvancesAtItsFrequency) {
@@ -52,16 +65,6 @@ TEST(Counter, AdvancesAtItsFrequency) {
     const double seconds = double(platform::QueryCounter() - start) / double(platform::QueryCounterFrequency());
     EXPECT_GE(seconds, 0.019);
     EXPECT_LT(seconds, 5.0);
-}
-
-TEST(CommonAppData, FollowsProgramDataWhenSet) {
-    const char* saved = std::getenv("PROGRAMDATA");
-    const std::string kept = saved ? saved : "";
-    setenv("PROGRAMDATA", "/tmp/ff-data/", 1);
-    EXPECT_EQ(platform::CommonAppDataFolder(), "/tmp/ff-data");
-    unsetenv("PROGRAMDATA");
-    EXPECT_EQ(platform::CommonAppDataFolder(), "/var/lib");
-    if (saved) setenv("PROGRAMDATA", kept.c_str(), 1);
 }
 
 void Put32(std::vector<uint8_t>& bytes, size_t at, uint32_t value) {
@@ -85,6 +88,14 @@ TEST(HostVersion, ReadsTheProductVersionOfTheFixedRecord) {
     exe.resize(240);  // the record no longer fits
     EXPECT_FALSE(platform::FindProductVersion(exe.data(), exe.size(), parts));
     EXPECT_FALSE(platform::FindProductVersion(nullptr, 0, parts));
+}
+
+TEST(HostVersion, TheStampKeepsTheLowByteOfEachPart) {
+    const uint16_t parts[4] = {12, 3, 456, 7};
+    EXPECT_EQ(ComposeVersionStamp(parts), 0x0C03C807u);
+    const uint16_t wide[4] = {0x1FF, 0xFF00, 0x0101, 0xFFFF};
+    EXPECT_EQ(ComposeVersionStamp(wide), 0xFF0001FFu);
+    EXPECT_EQ(VersionStampOf("no such file.exe"), 0u);
 }
 
 }  // namespace

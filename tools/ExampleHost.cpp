@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
             FrameFeedReturnBuffer(delivered);
         }
     }
-    delete stream;
+    FrameFeedDeleteStream(stream);
     DestroyStreamer();
     return status;
 }

@@ -134,16 +134,50 @@ struct StreamFlags {
     };
 };
 
-// A stream from NewStream; the host destroys it with delete.
+#if defined(_WIN32) && !defined(_MSC_VER)
+// GNU C++ gives a virtual destructor two table slots, while a Windows host built with MSVC expects
+// one: its scalar deleting destructor, which destroys the object, frees it when bit 0 of flags is
+// set, and returns it. On that compiler the slot is declared in MSVC's form.
+#define FRAMEFEED_MSVC_DELETING_DESTRUCTOR 1
+#else
+#define FRAMEFEED_MSVC_DELETING_DESTRUCTOR 0
+#endif
+
+// A stream from NewStream; the host destroys it with delete (or FrameFeedDeleteStream).
 class Stream {
 public:
+#if FRAMEFEED_MSVC_DELETING_DESTRUCTOR
+    virtual void* ScalarDeletingDestructor(unsigned int flags) = 0;
+#else
     virtual ~Stream() = 0;
+#endif
     virtual bool Init(uint32_t streamId, const StreamConfig* config, const StreamParameters* parameters,
                       uint32_t flags) = 0;
     virtual bool Reconfigure(const StreamParameters* parameters) = 0;
     virtual bool ProcessFrame(const void* data, uint32_t size, uint64_t tagA, uint64_t tagB) = 0;
+
+#if FRAMEFEED_MSVC_DELETING_DESTRUCTOR
+protected:
+    ~Stream() = default;
+#endif
 };
+#if !FRAMEFEED_MSVC_DELETING_DESTRUCTOR
 inline Stream::~Stream() {}
+#endif
+
+// Destroys a stream through its first table slot, as a host's delete does.
+inline void FrameFeedDeleteStream(Stream* stream) {
+#if FRAMEFEED_MSVC_DELETING_DESTRUCTOR
+    if (stream != nullptr) stream->ScalarDeletingDestructor(1);
+#else
+    delete stream;
+#endif
+}
+
+// For std::unique_ptr<Stream, FrameFeedStreamDeleter>.
+struct FrameFeedStreamDeleter {
+    void operator()(Stream* stream) const { FrameFeedDeleteStream(stream); }
+};
 
 extern "C" {
 FRAMEFEED_API bool FRAMEFEED_CALL CreateStreamer(LogSink logSink);
