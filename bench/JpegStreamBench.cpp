@@ -6,6 +6,8 @@
 // then both taking turns frame by frame; a table of the ratios follows Google Benchmark's report.
 //
 //   framefeed_jpeg_bench --benchmark_min_time=1 --benchmark_repetitions=5 --benchmark_report_aggregates_only
+#include "BenchFrames.h"
+
 #include <framefeed/framefeed.h>
 
 #include <benchmark/benchmark.h>
@@ -50,29 +52,8 @@ const FormatCase formatCases[] = {
 
 // ---- Frame content ----------------------------------------------------------------------------
 
-// Position hash, so the noise is the same in every run and for both sides of a pair.
-int Noise(int x, int y, int channel) {
-    uint32_t h = uint32_t(x) * 0x9E3779B1u ^ uint32_t(y) * 0x85EBCA77u ^ uint32_t(channel) * 0xC2B2AE3Du;
-    h ^= h >> 15;
-    h *= 0x2C1B3C6Du;
-    h ^= h >> 12;
-    return int(h & 15) - 8;
-}
-
-// A camera-like scene: slow gradients and a soft bright blob, with light per-pixel noise. Flat or
-// random content would make the encoder's work unrepresentative (too easy or too hard).
-uint8_t Scene(int x, int y, int channel) {
-    const double u = double(x) / frameWidth;
-    const double v = double(y) / frameHeight;
-    const double blob = std::exp(-((u - 0.6) * (u - 0.6) + (v - 0.4) * (v - 0.4)) * 12.0);
-    double level = 0;
-    switch (channel) {
-        case 0: level = 40 + 120 * u + 60 * v + 80 * blob; break;
-        case 1: level = 30 + 90 * (1 - v) + 50 * u + 100 * blob; break;
-        default: level = 60 + 140 * v * (1 - u) + 40 * blob; break;
-    }
-    return uint8_t(std::clamp(int(level) + Noise(x, y, channel), 0, 255));
-}
+// Slow gradients and a soft bright blob with light noise: camera-like, neither too easy nor too hard to encode.
+uint8_t Scene(int x, int y, int channel) { return benchframes::GradientScene(x, y, channel, frameWidth, frameHeight); }
 
 std::vector<uint8_t> MakeFrame(const FormatCase& c) {
     std::vector<uint8_t> frame;
