@@ -93,34 +93,37 @@ TEST_F(Assembly, RefusalsCarryTheirExactMessagesAndLeaveTheSlotsBuiltSoFar) {
     }
 }
 
-TEST_F(Assembly, StagesThatRefuseEndWithTheAssemblysMessageForThem) {
-    struct Case {
-        const char* name;
-        StreamConfig config;
-        ParameterChoice choice;
-        const char* lastMessage;
-    };
-    const Case cases[] = {
+TEST_F(Assembly, AStageThatRefusesLogsFirstAndTheAssemblyNamesIt) {
+    const std::string scaler = "FrameFeed: Unable to create Scaler using given parameters";
+    const std::string bitPacker = "FrameFeed: Unable to create BitPacker using given parameters";
+    const std::string deBayer = "FrameFeed: Unable to create DeBayer using given parameters";
+    const std::string planer = "FrameFeed: Unable to create NewYUVPlaner using given parameters";
+    const Refusal refusals[] = {
         {"RGB cannot be binned", MakeConfig(PixelFormat::RGB, 64, 32, 8, 24), With(Jpeg(), 2),
-         "FrameFeed: Unable to create Scaler using given parameters"},
-        {"RGBX cannot be binned", MakeConfig(PixelFormat::RGBX, 64, 32, 8, 32), With(Raw(), 2),
-         "FrameFeed: Unable to create Scaler using given parameters"},
+         {"Scaler: Unsupported pixel format (6)", scaler}, 1},
         {"no stage bins by 3", MakeConfig(PixelFormat::Mono, 64, 32, 8, 8), With(Raw(), 3),
-         "FrameFeed: Unable to create Scaler using given parameters"},
-        {"deep RGB cannot be reduced", MakeConfig(PixelFormat::RGB, 64, 32, 12, 48), Jpeg(),
-         "FrameFeed: Unable to create BitPacker using given parameters"},
-        {"demosaic 7 is the fast one, which keeps no deep data",
-         MakeConfig(PixelFormat::BayerBGGR, 64, 32, 12, 16), With(Jpeg(), 1, 7, 1),
-         "FrameFeed: Unable to create DeBayer using given parameters"},
+         {"Scaler: Unsupported scale factor (3)", scaler}, 1},
+        {"binning needs a width of 16s", MakeConfig(PixelFormat::YUV420P, 40, 32, 8, 12), With(Raw(), 2),
+         {"Scaler: Invalid image alignment (40 * 32, Scale = 2)", scaler}, 1},
+        {"deep RGB cannot be reduced", MakeConfig(PixelFormat::RGB, 64, 32, 12, 36), Jpeg(),
+         {"Bitpacker: Unsupported pixel format (12.36 -> 8.24)", bitPacker}, 1},
+        {"14-bit data has no reduction", MakeConfig(PixelFormat::Mono, 64, 32, 14, 14), Raw(),
+         {"Bitpacker: Unsupported pixel format (14.14 -> 8.8)", bitPacker}, 1},
+        {"demosaic 7 is the fast one, which keeps no deep data", MakeConfig(PixelFormat::BayerBGGR, 64, 32, 12, 16),
+         With(Jpeg(), 1, 7, 1), {"DeBayerLQ: Unsupported input bit depth (12)", deBayer}, 1},
+        {"the fast demosaicking does not bin by 3", MakeConfig(PixelFormat::BayerRGGB, 64, 32, 8, 8),
+         With(Raw(), 3), {"DeBayerLQ: Unsupported scale factor (3)", deBayer}, 1},
+        {"packed YUV is not binned by 8", MakeConfig(PixelFormat::YUYV, 64, 32, 8, 16), With(Raw(), 8),
+         {"YUVPlaner: Unsupported scale factor(8)", planer}, 1},
+        {"deep data with a width not of 16s stops at the reduction", MakeConfig(PixelFormat::BayerGRBG, 40, 32, 16, 16),
+         Raw(), {"Bitpacker: Unsupported resolution due to alignment requirements", bitPacker}, 1},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const Refusal& refusal : refusals) {
+        SCOPED_TRACE(refusal.name);
         stream = std::make_unique<FrameFeed>(nullptr);
-        EXPECT_FALSE(Init(c.config, c.choice));
-        const auto texts = LogCapture::TakeTexts();
-        ASSERT_FALSE(texts.empty());
-        EXPECT_EQ(texts.back(), c.lastMessage);
-        EXPECT_NE(texts.front(), "FrameFeed: Can't keep high BPP");
+        EXPECT_FALSE(Init(refusal.config, refusal.choice));
+        EXPECT_EQ(LogCapture::TakeTexts(), refusal.messages);
+        EXPECT_EQ(stream->SlotCount(), refusal.slotCount);
     }
 }
 
