@@ -76,13 +76,18 @@ TEST_F(Chains, DeepSensorDataGivesWhatItsTopEightBitsGive) {
     const auto samples = MakeFrame(width * height, 4);
     for (const int depth : {10, 12, 16}) {
         for (const uint32_t format : {uint32_t(PixelFormat::Mono), uint32_t(PixelFormat::BayerGBRG)}) {
-            for (const uint32_t scale : {1u, 2u, 4u}) {
+            for (const uint32_t scale : {1u, 2u, 4u, 8u, 16u}) {
                 SCOPED_TRACE(testing::Message() << "depth " << depth << " format " << format << " scale " << scale);
                 const ParameterChoice raw{scale, CompressionCode::Raw};
                 const Delivery deep = Run(MakeConfig(format, width, height, depth, uint32_t(depth)), raw, Pack(samples, depth));
                 const Delivery shallow = Run(MakeConfig(format, width, height, 8, 8), raw, samples);
                 EXPECT_EQ(deep.payload, shallow.payload);
                 EXPECT_EQ(deep.header.frameWidth, width / scale);
+                const uint32_t bytesPerPixel = format == PixelFormat::Mono ? 1 : scale == 1 ? 3 : 4;
+                EXPECT_EQ(shallow.payload.size(), width / scale * (height / scale) * bytesPerPixel);
+                const Delivery jpeg = Run(MakeConfig(format, width, height, depth, uint32_t(depth)), {scale},
+                                          Pack(samples, depth));
+                EXPECT_EQ(ReadJpeg(jpeg.payload).width, int(width / scale));
             }
         }
     }
