@@ -1,6 +1,6 @@
 #include "primitives/BayerToRgb.h"
 
-#include "primitives/ProcessorLevel.h"
+#include "primitives/Dispatch.h"
 
 namespace {
 
@@ -53,28 +53,13 @@ void RowPixels(const BayerJob& job, int32_t y, int32_t xBegin, int32_t xEnd) {
     }
 }
 
-PxStatus BayerToRgbFirstCall(const uint8_t* src, PxRect* srcRoi, PxSize srcSize, int32_t srcStep, uint8_t* dst,
-                             int32_t dstStep, int32_t grid, int32_t reserved);
-
-// Entry -1 chooses the level; rows 0 to 3 have no wider registers worth a form of their own, and the
-// Knights Landing row has no byte instructions in 512 bits, so it runs the AVX2 form.
-using BayerToRgbForm = PxStatus (*)(const uint8_t*, PxRect*, PxSize, int32_t, uint8_t*, int32_t, int32_t, int32_t);
-constexpr BayerToRgbForm bayerToRgbForms[8] = {
-    BayerToRgbFirstCall, BayerToRgbScalar, BayerToRgbScalar, BayerToRgbScalar,
-    BayerToRgbScalar,    BayerToRgbAvx2,   BayerToRgbAvx2,   BayerToRgbAvx512,
-};
-
-PxStatus BayerToRgbFirstCall(const uint8_t* src, PxRect* srcRoi, PxSize srcSize, int32_t srcStep, uint8_t* dst,
-                             int32_t dstStep, int32_t grid, int32_t reserved) {
-    PxProcessorLevel();
-    return PxBayerToRgb_8u(src, srcRoi, srcSize, srcStep, dst, dstStep, grid, reserved);
-}
+constexpr auto bayerToRgbForms = PxForms(BayerToRgbScalar, BayerToRgbAvx2, BayerToRgbAvx512);
 
 }  // namespace
 
 PxStatus PxBayerToRgb_8u(const uint8_t* src, PxRect* srcRoi, PxSize srcSize, int32_t srcStep, uint8_t* dst,
                          int32_t dstStep, int32_t grid, int32_t reserved) {
-    return bayerToRgbForms[PxCurrentLevel() + 1](src, srcRoi, srcSize, srcStep, dst, dstStep, grid, reserved);
+    return bayerToRgbForms(src, srcRoi, srcSize, srcStep, dst, dstStep, grid, reserved);
 }
 
 int BayerChannel(int32_t grid, int32_t xOdd, int32_t yOdd) { return channels[grid][yOdd][xOdd]; }
