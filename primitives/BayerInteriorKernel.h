@@ -31,11 +31,11 @@ struct Neighbourhood {
     typename V::Vec down, downLeft, downRight, down2;  // rows below
 };
 
-// (a + b + c + d + 2) >> 2 exactly, in bytes: the mean of the two rounded pair means is one too high
-// when a pair lost a half and the pair means add up to an odd number.
+// (a + b + c + d + 2) >> 2 exactly, in bytes, from the rounded pair means ab = avg(a, b) and
+// cd = avg(c, d): their mean is one too high when a pair lost a half and ab + cd is odd.
 template <class V>
-inline typename V::Vec MeanOfFour(typename V::Vec a, typename V::Vec b, typename V::Vec c, typename V::Vec d) {
-    const typename V::Vec ab = V::Avg(a, b), cd = V::Avg(c, d);
+inline typename V::Vec MeanOfFour(typename V::Vec a, typename V::Vec b, typename V::Vec ab, typename V::Vec c,
+                                  typename V::Vec d, typename V::Vec cd) {
     const typename V::Vec lostHalf = V::Or(V::Xor(a, b), V::Xor(c, d));
     const typename V::Vec correction = V::And(V::And(lostHalf, V::Xor(ab, cd)), V::Set(1));
     return V::Sub(V::Avg(ab, cd), correction);
@@ -49,13 +49,14 @@ inline void InteriorRgb(const Neighbourhood<V>& n, typename V::Vec& red, typenam
     using Vec = typename V::Vec;
     const Vec horizontal = V::Avg(n.left, n.right);
     const Vec vertical = V::Avg(n.up, n.down);
-    const Vec diagonal = MeanOfFour<V>(n.upLeft, n.upRight, n.downLeft, n.downRight);
-    const Vec cross = MeanOfFour<V>(n.left, n.right, n.up, n.down);
+    const Vec diagonal = MeanOfFour<V>(n.upLeft, n.upRight, V::Avg(n.upLeft, n.upRight), n.downLeft, n.downRight,
+                                       V::Avg(n.downLeft, n.downRight));
+    const Vec cross = MeanOfFour<V>(n.left, n.right, horizontal, n.up, n.down, vertical);
     const Vec dV = V::AbsDiff(n.up2, n.down2);
     const Vec dH = V::AbsDiff(n.left2, n.right2);
     // The smaller gradient picks its direction; a tie keeps the four-neighbour mean.
     const auto verticalAtLeast = V::GreaterOrEqual(dV, dH);
-    const auto tie = V::MaskAnd(verticalAtLeast, V::LessOrEqual(dV, dH));
+    const auto tie = V::Equal(dV, dH);
     const Vec chromaGreen = V::Select(tie, cross, V::Select(verticalAtLeast, horizontal, vertical));
 
     greenOut = V::template SelectLanes<lane0Green>(n.own, chromaGreen);

@@ -17,8 +17,7 @@ struct Avx2Lanes {
     static Vec Xor(Vec a, Vec b) { return _mm256_xor_si256(a, b); }
     static Vec AbsDiff(Vec a, Vec b) { return _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a)); }
     static Mask GreaterOrEqual(Vec a, Vec b) { return _mm256_cmpeq_epi8(_mm256_max_epu8(a, b), a); }
-    static Mask LessOrEqual(Vec a, Vec b) { return _mm256_cmpeq_epi8(_mm256_min_epu8(a, b), a); }
-    static Mask MaskAnd(Mask a, Mask b) { return _mm256_and_si256(a, b); }
+    static Mask Equal(Vec a, Vec b) { return _mm256_cmpeq_epi8(a, b); }
     static Vec Select(Mask mask, Vec ifSet, Vec ifClear) { return _mm256_blendv_epi8(ifClear, ifSet, mask); }
     // first in the even lanes when evenLanes, else in the odd ones; second in the rest.
     template <bool evenLanes>

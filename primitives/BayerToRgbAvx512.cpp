@@ -18,8 +18,7 @@ struct Avx512Lanes {
     static Vec Xor(Vec a, Vec b) { return _mm512_xor_si512(a, b); }
     static Vec AbsDiff(Vec a, Vec b) { return _mm512_or_si512(_mm512_subs_epu8(a, b), _mm512_subs_epu8(b, a)); }
     static Mask GreaterOrEqual(Vec a, Vec b) { return _mm512_cmpge_epu8_mask(a, b); }
-    static Mask LessOrEqual(Vec a, Vec b) { return _mm512_cmple_epu8_mask(a, b); }
-    static Mask MaskAnd(Mask a, Mask b) { return a & b; }
+    static Mask Equal(Vec a, Vec b) { return _mm512_cmpeq_epi8_mask(a, b); }
     static Vec Select(Mask mask, Vec ifSet, Vec ifClear) { return _mm512_mask_blend_epi8(mask, ifClear, ifSet); }
     // first in the even lanes when evenLanes, else in the odd ones; second in the rest.
     template <bool evenLanes>
