@@ -82,8 +82,6 @@ Bytes BlockRule(const Bytes& mosaic, uint32_t width, uint32_t height, uint32_t f
     return out;
 }
 
-// Stages choose their kernel in Init, so each form is exercised by creating stages after forcing its level:
-// the scalar twin always, the AVX2 form when this processor has it.
 class DeBayerLQTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -92,15 +90,6 @@ protected:
         naturalLevel = PxProcessorLevel();
     }
     void TearDown() override { PxForceProcessorLevel(-1); }
-
-    void ForEachForm(const std::function<void()>& body) {
-        for (int32_t level : {int32_t(PxLevelSse2), int32_t(PxLevelAvx2)}) {
-            if (level > naturalLevel) continue;
-            SCOPED_TRACE(level == PxLevelAvx2 ? "AVX2 form" : "scalar twin");
-            PxForceProcessorLevel(level);
-            body();
-        }
-    }
 
     int32_t naturalLevel = 0;
 };

@@ -64,20 +64,6 @@ Bytes Reference(const Bytes& in, uint32_t width, uint32_t height, uint32_t forma
     return out;
 }
 
-// The kernel is chosen in Init, so each form runs in stages created after forcing its level: the scalar twin
-// always, the AVX2 form when this processor has it.
-void ForEachForm(const std::function<void()>& body) {
-    PxForceProcessorLevel(-1);
-    const int32_t naturalLevel = PxProcessorLevel();
-    for (int32_t level : {int32_t(PxLevelSse2), int32_t(PxLevelAvx2)}) {
-        if (level > naturalLevel) continue;
-        SCOPED_TRACE(level == PxLevelAvx2 ? "AVX2 form" : "scalar twin");
-        PxForceProcessorLevel(level);
-        body();
-    }
-    PxForceProcessorLevel(-1);
-}
-
 TEST(ScalerTest, MeansRoundHalvesUpAndFlatPlanesStayFlat) {
     // Every block holds `count` samples of `value` in its read rows, the rest 0, and gives `mean`.
     const struct {

@@ -1,5 +1,9 @@
 #include "TestSupport.h"
 
+#include "primitives/ProcessorLevel.h"
+
+#include <gtest/gtest.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -103,4 +107,16 @@ std::vector<uint8_t> MakeFrame(size_t bytes, uint32_t seed) {
         frame[i] = static_cast<uint8_t>((i * 7 / 13 + (i >> 9) * 3) + (state >> 29));
     }
     return frame;
+}
+
+void ForEachForm(const std::function<void()>& body) {
+    PxForceProcessorLevel(PxLevelUnset);
+    const int32_t naturalLevel = PxProcessorLevel();
+    for (const int32_t level : {int32_t(PxLevelSse2), int32_t(PxLevelAvx2)}) {
+        if (level > naturalLevel) continue;
+        SCOPED_TRACE(level == PxLevelAvx2 ? "AVX2 form" : "scalar twin");
+        PxForceProcessorLevel(level);
+        body();
+    }
+    PxForceProcessorLevel(PxLevelUnset);
 }

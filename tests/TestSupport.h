@@ -5,6 +5,7 @@
 #include <framefeed/framefeed.h>
 
 #include <array>
+#include <functional>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -57,3 +58,7 @@ std::array<StreamParameters, 4> MakeParameters(const ParameterChoice& choice);
 
 // Deterministic frame content: smooth gradients with a little noise, so JPEG has real work.
 std::vector<uint8_t> MakeFrame(size_t bytes, uint32_t seed);
+
+// Stages choose their kernels in Init, so each form runs in stages created after forcing its level:
+// the scalar twin always, the AVX2 form when this processor has it. The level is chosen anew after.
+void ForEachForm(const std::function<void()>& body);

@@ -65,7 +65,6 @@ Bytes Reference(const Bytes& frame, uint32_t width, uint32_t height, uint32_t fo
     return out;
 }
 
-// The scalar twin always, the AVX2 form when this processor has it; stages pick their kernels in Init.
 class YUVPlanerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -74,15 +73,6 @@ protected:
         naturalLevel = PxProcessorLevel();
     }
     void TearDown() override { PxForceProcessorLevel(-1); }
-
-    void ForEachForm(const std::function<void()>& body) {
-        for (int32_t level : {int32_t(PxLevelSse2), int32_t(PxLevelAvx2)}) {
-            if (level > naturalLevel) continue;
-            SCOPED_TRACE(level == PxLevelAvx2 ? "AVX2 form" : "scalar twin");
-            PxForceProcessorLevel(level);
-            body();
-        }
-    }
 
     int32_t naturalLevel = 0;
 };
