@@ -7,6 +7,7 @@
 //
 //   framefeed_jpeg_bench --benchmark_min_time=1 --benchmark_repetitions=5 --benchmark_report_aggregates_only
 #include "BenchFrames.h"
+#include "BenchSupport.h"
 
 #include <framefeed/framefeed.h>
 
@@ -142,37 +143,15 @@ void ReturnAtOnce(OutputFrame* frame) {
 
 // ---- Measurements for the summary -------------------------------------------------------------
 
-struct Measurement {
-    int64_t iterations;
-    double value;  // MPix/s, or for a paired benchmark the stream's speed relative to TurboJPEG's
-};
-
-// Keyed by benchmark name. Google Benchmark also runs shorter trials to size each run; those are
-// told apart by their smaller iteration count.
-std::map<std::string, std::vector<Measurement>> measurements;
+// MPix/s, or for a paired benchmark the stream's speed relative to TurboJPEG's.
+benchsupport::MeasurementLog measurements;
 // Per format: did the stream deliver exactly the bytes TurboJPEG makes directly?
 std::map<std::string, bool> sameJpeg;
 
 std::string BenchmarkName(const FormatCase& c, const char* kind) { return std::string("JPEG/") + c.name + "/" + kind; }
 
-// Median over the reported runs of one benchmark, 0 when it did not run.
-double MedianOfReportedRuns(const std::string& name) {
-    const auto found = measurements.find(name);
-    if (found == measurements.end() || found->second.empty()) return 0;
-    int64_t reportedIterations = 0;
-    for (const Measurement& m : found->second) reportedIterations = std::max(reportedIterations, m.iterations);
-    std::vector<double> values;
-    for (const Measurement& m : found->second)
-        if (m.iterations == reportedIterations) values.push_back(m.value);
-    std::sort(values.begin(), values.end());
-    const size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 void ReportThroughput(benchmark::State& state, const std::string& name, double seconds) {
-    state.counters["MPix"] = benchmark::Counter(megapixelsPerFrame, benchmark::Counter::kIsIterationInvariantRate);
-    if (seconds > 0)
-        measurements[name].push_back({state.iterations(), double(state.iterations()) * megapixelsPerFrame / seconds});
+    benchsupport::ReportThroughput(state, measurements, name, megapixelsPerFrame, seconds);
 }
 
 // ---- The benchmarks -------------------------------------------------------------------------------
@@ -291,16 +270,16 @@ void PairedBenchmark(benchmark::State& state, const FormatCase& c) {
     state.counters["stream MPix/s"] = frames * megapixelsPerFrame / streamSeconds;
     state.counters["TurboJPEG MPix/s"] = frames * megapixelsPerFrame / directSeconds;
     state.counters["ratio"] = directSeconds / streamSeconds;
-    measurements[BenchmarkName(c, "paired")].push_back({state.iterations(), directSeconds / streamSeconds});
+    measurements.File(BenchmarkName(c, "paired"), state.iterations(), directSeconds / streamSeconds);
 }
 
 void PrintSummary() {
     std::printf("\n%-10s %14s %17s %7s %13s %10s\n", "format", "stream MPix/s", "TurboJPEG MPix/s", "ratio",
                 "paired ratio", "same JPEG");
     for (const FormatCase& c : formatCases) {
-        const double stream = MedianOfReportedRuns(BenchmarkName(c, "stream"));
-        const double direct = MedianOfReportedRuns(BenchmarkName(c, "turbojpeg"));
-        const double paired = MedianOfReportedRuns(BenchmarkName(c, "paired"));
+        const double stream = measurements.Median(BenchmarkName(c, "stream"));
+        const double direct = measurements.Median(BenchmarkName(c, "turbojpeg"));
+        const double paired = measurements.Median(BenchmarkName(c, "paired"));
         if (stream == 0 && direct == 0 && paired == 0) continue;  // filtered out
         const auto same = sameJpeg.find(c.name);
         std::printf("%-10s %14.1f %17.1f %7.3f %13.3f %10s\n", c.name, stream, direct,

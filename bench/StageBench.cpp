@@ -10,6 +10,7 @@
 //
 //   framefeed_stage_bench --benchmark_min_time=0.3 --benchmark_repetitions=3 --benchmark_report_aggregates_only
 #include "BenchFrames.h"
+#include "BenchSupport.h"
 
 #include "primitives/ProcessorLevel.h"
 #include "stages/BitPacker.h"
@@ -19,9 +20,6 @@
 #include <framefeed/framefeed.h>
 
 #include <benchmark/benchmark.h>
-#ifdef __unix__
-#include <unistd.h>
-#endif
 
 #ifdef FRAMEFEED_BENCH_LIBYUV
 #include <libyuv.h>
@@ -34,29 +32,26 @@
 #endif
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace {
 
+using benchsupport::Comparison;
+using benchsupport::ForcedLevel;
+using benchsupport::FrameFunction;
+using benchsupport::LevelCase;
+using benchsupport::Register;
+
 constexpr int frameWidth = 2048;
 constexpr int frameHeight = 2048;
 constexpr size_t framePixels = size_t(frameWidth) * frameHeight;
 constexpr double megapixelsPerFrame = double(framePixels) / 1e6;
-
-struct LevelCase {
-    const char* name;
-    int32_t level;
-};
 
 // The scalar twins come first: every other level's output is checked against theirs.
 const LevelCase levelCases[] = {{"scalar", PxLevelSse2}, {"avx2", PxLevelAvx2}};
@@ -180,143 +175,26 @@ const std::vector<uint8_t>& Uyvy10Frame() {
     return frame;
 }
 
-uint64_t Fingerprint(const uint8_t* bytes, size_t size) {
-    uint64_t hash = 0xCBF29CE484222325ull;
-    for (size_t i = 0; i < size; ++i) hash = (hash ^ bytes[i]) * 0x100000001B3ull;
-    return hash;
-}
-
-// Fingerprint of each case's output, keyed "<case>/<level>", to confirm that every level computes what the scalar
-// form does: a wide form's speed means nothing if it gets there by computing something else.
-std::map<std::string, uint64_t> outputFingerprints;
-
-void NoteOutput(const std::string& name, const uint8_t* bytes, size_t size) {
-    if (outputFingerprints.count(name) == 0) outputFingerprints[name] = Fingerprint(bytes, size);
-}
+benchsupport::OutputFingerprints outputFingerprints;
 
 // ---- Memory larger than the cache -------------------------------------------------------------------------
 
-uint64_t LastLevelCacheBytes() {
-    uint64_t bytes = PxLargestCacheSize();
-#ifdef _SC_LEVEL3_CACHE_SIZE
-    bytes = std::max<uint64_t>(bytes, std::max(0L, sysconf(_SC_LEVEL3_CACHE_SIZE)));
-#endif
-    // The kernel's figure ("32768K") is the slice a core shares; the C library's may count all of a socket's.
-    // Sizing by the largest reading errs towards colder frames.
-    std::ifstream sysfs("/sys/devices/system/cpu/cpu0/cache/index3/size");
-    uint64_t kibibytes = 0;
-    if (sysfs >> kibibytes) bytes = std::max(bytes, kibibytes * 1024);
-    return bytes;
-}
-
-// Buffer bytes a cold case rotates its frames through: twice the largest reading of the last-level cache, so
-// nothing of a frame is left in the cache when its turn comes round again.
-size_t ColdRotationBytes() {
-    static const size_t bytes = std::max<size_t>(2 * LastLevelCacheBytes(), size_t(64) << 20);
-    return bytes;
-}
-
-// Slots of a rotation for frames that take `inputBytes` and `outputBytes` of buffer.
-size_t RotationSlots(size_t inputBytes, size_t outputBytes) {
-    return (ColdRotationBytes() + inputBytes + outputBytes - 1) / (inputBytes + outputBytes);
-}
-
-// Outputs of the stages and memcpy's sources and destinations, each a rotation and a frame's worth larger, so no
-// side finds another's bytes in the cache. Every page is written here, so none is first touched while timed.
-struct OutputArenas {
-    std::vector<uint8_t> outputs;
-    std::vector<uint8_t> copySources;
-    std::vector<uint8_t> copyDestinations;
-
-    OutputArenas() {
-        const size_t bytes = ColdRotationBytes() + framePixels * 4;
-        outputs.assign(bytes, 0);
-        copySources.assign(bytes, 1);
-        copyDestinations.assign(bytes, 0);
-    }
-};
-
-OutputArenas& Arenas() {
-    static OutputArenas arenas;
+benchsupport::OutputArenas& Arenas() {
+    static benchsupport::OutputArenas arenas(framePixels * 4);
     return arenas;
-}
-
-// `slots` copies of `frame` back to back, kept per frame for the cold runs that follow.
-const uint8_t* ColdInputs(const std::vector<uint8_t>& frame, size_t slots) {
-    static std::map<const uint8_t*, std::vector<uint8_t>> arenas;
-    std::vector<uint8_t>& arena = arenas[frame.data()];
-    if (arena.size() < slots * frame.size()) {
-        arena.resize(slots * frame.size());
-        for (size_t slot = 0; slot < slots; ++slot)
-            std::memcpy(arena.data() + slot * frame.size(), frame.data(), frame.size());
-    }
-    return arena.data();
 }
 
 // ---- Measurements for the summary -------------------------------------------------------------------------
 
-struct Measurement {
-    int64_t iterations;
-    double value;  // MPix/s, or for a pair FrameFeed's speed relative to the peer's
-};
+// MPix/s, or for a pair FrameFeed's speed relative to the peer's.
+benchsupport::MeasurementLog measurements;
 
-// Keyed by benchmark name. Google Benchmark also runs shorter trials to size each run; those are told apart by
-// their smaller iteration count.
-std::map<std::string, std::vector<Measurement>> measurements;
-
-// Median over the reported runs of one benchmark, 0 when it did not run.
-double MedianOfReportedRuns(const std::string& name) {
-    const auto found = measurements.find(name);
-    if (found == measurements.end() || found->second.empty()) return 0;
-    int64_t reportedIterations = 0;
-    for (const Measurement& m : found->second) reportedIterations = std::max(reportedIterations, m.iterations);
-    std::vector<double> values;
-    for (const Measurement& m : found->second)
-        if (m.iterations == reportedIterations) values.push_back(m.value);
-    std::sort(values.begin(), values.end());
-    const size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
-// One frame of one side of a comparison; the frame's index picks the buffers a side rotates through.
-using FrameFunction = std::function<void(uint64_t frame)>;
-
-// FrameFeed's side next to a peer doing the same job, taking turns frame by frame, so that load from elsewhere on
-// the machine falls on both alike; the order alternates, so neither always finds the caches as the other left
-// them. Each side's rate in input MPix/s is filed under the benchmark's name with /ours or /peer appended,
-// FrameFeed's speed relative to the peer's under the name itself. Without a peer FrameFeed's side runs alone.
+// FrameFeed's side next to a peer doing the same job, in turns; the rates are filed with /ours and /peer appended.
+// Without a peer FrameFeed's side runs alone.
 void TimeTurns(benchmark::State& state, const std::string& name, double gigabytesPerFrame, const FrameFunction& ours,
                const FrameFunction& peer) {
-    using Clock = std::chrono::steady_clock;
-    Clock::duration oursTime{};
-    Clock::duration peerTime{};
-    uint64_t frame = 0;
-    for (auto _ : state) {
-        for (int turn = 0; turn < 2; ++turn) {
-            const bool oursTurn = (turn == 0) == (frame % 2 == 0);
-            if (!oursTurn && !peer) continue;
-            const auto start = Clock::now();
-            (oursTurn ? ours : peer)(frame);
-            benchmark::ClobberMemory();
-            (oursTurn ? oursTime : peerTime) += Clock::now() - start;
-        }
-        ++frame;
-    }
-    const double frames = double(state.iterations());
-    const auto file = [&](const std::string& side, Clock::duration time) {
-        const double seconds = std::chrono::duration<double>(time).count();
-        if (seconds <= 0) return;
-        state.counters[side + " MPix/s"] = frames * megapixelsPerFrame / seconds;
-        if (gigabytesPerFrame > 0) state.counters[side + " GB/s"] = frames * gigabytesPerFrame / seconds;
-        measurements[name + "/" + side].push_back({state.iterations(), frames * megapixelsPerFrame / seconds});
-    };
-    file("ours", oursTime);
-    file("peer", peerTime);
-    if (oursTime.count() > 0 && peerTime.count() > 0) {
-        const double ratio = std::chrono::duration<double>(peerTime) / std::chrono::duration<double>(oursTime);
-        state.counters["ratio"] = ratio;
-        measurements[name].push_back({state.iterations(), ratio});
-    }
+    benchsupport::TimeTurns(state, measurements, name, {megapixelsPerFrame, gigabytesPerFrame}, {"ours", "ours"}, ours,
+                            {"peer", "peer"}, peer);
 }
 
 // A conversion next to memcpy moving as many bytes per frame as the conversion reads and writes (half of them
@@ -326,22 +204,18 @@ void TimeTurns(benchmark::State& state, const std::string& name, double gigabyte
 template <class Convert>
 void TimeAgainstMemcpy(benchmark::State& state, const std::string& name, Cache cache,
                        const std::vector<uint8_t>& frame, size_t outputBytes, Convert convert) {
-    OutputArenas& arenas = Arenas();
+    benchsupport::OutputArenas& arenas = Arenas();
     const size_t inputBytes = frame.size();
     const size_t copyBytes = (inputBytes + outputBytes) / 2;
     const bool cold = cache == Cache::Cold;
-    const size_t stageSlots = cold ? RotationSlots(inputBytes, outputBytes) : 1;
-    const size_t copySlots = cold ? RotationSlots(copyBytes, copyBytes) : 1;
-    const uint8_t* inputs = cold ? ColdInputs(frame, stageSlots) : frame.data();
+    const size_t stageSlots = cold ? benchsupport::RotationSlots(inputBytes, outputBytes) : 1;
+    const size_t copySlots = cold ? benchsupport::RotationSlots(copyBytes, copyBytes) : 1;
+    const uint8_t* inputs = cold ? benchsupport::ColdInputs(frame, stageSlots) : frame.data();
     const FrameFunction ours = [&](uint64_t index) {
         const size_t slot = index % stageSlots;
         convert(inputs + slot * inputBytes, arenas.outputs.data() + slot * outputBytes);
     };
-    const FrameFunction memcpyPeer = [&](uint64_t index) {
-        const size_t slot = index % copySlots;
-        std::memcpy(arenas.copyDestinations.data() + slot * copyBytes, arenas.copySources.data() + slot * copyBytes,
-                    copyBytes);
-    };
+    const FrameFunction memcpyPeer = [&](uint64_t index) { arenas.Copy(copyBytes, index % copySlots); };
     if (!cold) {  // bring both sides' buffers into the cache
         ours(0);
         memcpyPeer(0);
@@ -438,15 +312,6 @@ void OpenCvArea(uint32_t factor, uint8_t* small) {
 
 // ---- Benchmarks -------------------------------------------------------------------------------------------
 
-// Holds a processor level for the life of one benchmark run; the stages read it in Init.
-class ForcedLevel {
-public:
-    explicit ForcedLevel(int32_t level) { PxForceProcessorLevel(level); }
-    ~ForcedLevel() { PxForceProcessorLevel(PxLevelUnset); }
-    ForcedLevel(const ForcedLevel&) = delete;
-    ForcedLevel& operator=(const ForcedLevel&) = delete;
-};
-
 void BitPackerBenchmark(benchmark::State& state, const std::string& name, Depth depth, Cache cache,
                         LevelCase level) {
     const ForcedLevel forced(level.level);
@@ -458,7 +323,7 @@ void BitPackerBenchmark(benchmark::State& state, const std::string& name, Depth 
     const std::vector<uint8_t>& frame = DeepFrame(depth.bits);
     std::vector<uint8_t> bytes(stage.OutputSize());
     stage.Process(frame.data(), bytes.data(), nullptr);
-    NoteOutput(std::string("BitPacker/") + depth.name + "/" + level.name, bytes.data(), bytes.size());
+    outputFingerprints.Note(std::string("BitPacker/") + depth.name + "/" + level.name, bytes.data(), bytes.size());
     TimeAgainstMemcpy(state, name, cache, frame, stage.OutputSize(),
                       [&](const uint8_t* in, uint8_t* out) { stage.Process(in, out, nullptr); });
 }
@@ -470,7 +335,7 @@ void PlainLoopBenchmark(benchmark::State& state, const std::string& name, Cache 
     };
     std::vector<uint8_t> bytes(framePixels);
     shift(frame.data(), bytes.data());
-    NoteOutput("BitPacker/16to8/plain", bytes.data(), bytes.size());
+    outputFingerprints.Note("BitPacker/16to8/plain", bytes.data(), bytes.size());
     TimeAgainstMemcpy(state, name, cache, frame, framePixels, shift);
 }
 
@@ -486,7 +351,7 @@ void ScalerBenchmark(benchmark::State& state, const std::string& name, uint32_t 
     std::vector<uint8_t> small(stage.OutputSize());
     std::vector<uint8_t> peerSmall(stage.OutputSize());
     stage.Process(mono, small.data(), nullptr);
-    NoteOutput("Scaler/" + std::to_string(factor) + "/" + level.name, small.data(), small.size());
+    outputFingerprints.Note("Scaler/" + std::to_string(factor) + "/" + level.name, small.data(), small.size());
     FrameFunction peer;
 #ifdef FRAMEFEED_BENCH_LIBYUV
     if (peerKind == ScalerPeer::LibyuvBox) peer = [&](uint64_t) { LibyuvBox(mono, factor, peerSmall.data()); };
@@ -507,7 +372,8 @@ void PlanerBenchmark(benchmark::State& state, const std::string& name, uint32_t 
     const uint8_t* packed = UyvyFrame().data();
     std::vector<uint8_t> planes(stage.OutputSize());
     stage.Process(packed, planes.data(), nullptr);
-    NoteOutput("YUVPlaner/uyvy8/" + std::to_string(factor) + "/" + level.name, planes.data(), planes.size());
+    outputFingerprints.Note("YUVPlaner/uyvy8/" + std::to_string(factor) + "/" + level.name, planes.data(),
+                            planes.size());
     FrameFunction peer;
 #ifdef FRAMEFEED_BENCH_LIBYUV
     LibyuvPlaner planer(factor);
@@ -532,7 +398,8 @@ void Planer10Benchmark(benchmark::State& state, const std::string& name, uint32_
     std::vector<uint8_t> planes10(tenBit.OutputSize());
     std::vector<uint8_t> planes8(eightBit.OutputSize());
     tenBit.Process(packed10, planes10.data(), nullptr);
-    NoteOutput("YUVPlaner/uyvy10/" + std::to_string(factor) + "/" + level.name, planes10.data(), planes10.size());
+    outputFingerprints.Note("YUVPlaner/uyvy10/" + std::to_string(factor) + "/" + level.name, planes10.data(),
+                            planes10.size());
     TimeTurns(
         state, name, 0, [&](uint64_t) { tenBit.Process(packed10, planes10.data(), nullptr); },
         [&](uint64_t) { eightBit.Process(packed8, planes8.data(), nullptr); });
@@ -589,89 +456,45 @@ void PrintPeerAgreement() {
 // Checks of the bench's own frames through the scalar forms: BitPacker gives the Mono frame back from every depth,
 // and the 10-bit UYVY path bins to what the 8-bit one does.
 void PrintFrameChecks() {
-    std::vector<std::string> failed;
-    int compared = 0;
+    benchsupport::Check check;
     for (const Depth& depth : depths) {
-        const auto found = outputFingerprints.find(std::string("BitPacker/") + depth.name + "/scalar");
-        if (found == outputFingerprints.end()) continue;
-        ++compared;
-        if (found->second != Fingerprint(MonoFrame().data(), framePixels)) failed.push_back(found->first);
+        const std::string name = std::string("BitPacker/") + depth.name + "/scalar";
+        const uint64_t* found = outputFingerprints.Find(name);
+        if (found == nullptr) continue;
+        ++check.compared;
+        if (*found != benchsupport::Fingerprint(MonoFrame().data(), framePixels)) check.failed.push_back(name);
     }
     for (uint32_t factor : planerFactors) {
         const std::string suffix = "/" + std::to_string(factor) + "/scalar";
-        const auto tenBit = outputFingerprints.find("YUVPlaner/uyvy10" + suffix);
-        const auto eightBit = outputFingerprints.find("YUVPlaner/uyvy8" + suffix);
-        if (tenBit == outputFingerprints.end() || eightBit == outputFingerprints.end()) continue;
-        ++compared;
-        if (tenBit->second != eightBit->second) failed.push_back(tenBit->first);
+        const uint64_t* tenBit = outputFingerprints.Find("YUVPlaner/uyvy10" + suffix);
+        const uint64_t* eightBit = outputFingerprints.Find("YUVPlaner/uyvy8" + suffix);
+        if (tenBit == nullptr || eightBit == nullptr) continue;
+        ++check.compared;
+        if (*tenBit != *eightBit) check.failed.push_back("YUVPlaner/uyvy10" + suffix);
     }
-    std::printf("deep and 10-bit frames give the 8-bit results back: %s", compared == 0 ? "not compared"
-                                                                       : failed.empty() ? "yes" : "NO:");
-    for (const std::string& name : failed) std::printf(" %s", name.c_str());
+    check.Print("deep and 10-bit frames give the 8-bit results back");
     std::printf("\n");
 }
 
 // ---- Summary ----------------------------------------------------------------------------------------------
 
-struct Comparison {
-    std::string label;
-    std::string oursName;
-    std::string peerName;
-    double target;                // the least ratio wanted; 0 for a row that only informs
-    std::string pairedName = {};  // a benchmark that timed both sides in turn and filed their ratio, if any
-    double bytesPerPixel = 0;     // bytes read and written per input pixel, for the GB/s columns; 0: none
-};
-
 std::vector<Comparison> comparisons;
 
 void PrintSummary() {
-    std::printf("\n%-46s %16s %12s %8s %9s %7s %7s %8s\n", "case", "FrameFeed MPix/s", "peer MPix/s", "FF GB/s",
-                "peer GB/s", "ratio", "target", "met");
-    for (const Comparison& c : comparisons) {
-        const double ours = MedianOfReportedRuns(c.oursName);
-        const double peer = MedianOfReportedRuns(c.peerName);
-        if (ours == 0 && peer == 0) continue;  // filtered out
-        char oursText[32] = "-", peerText[32] = "-", oursBytesText[32] = "-", peerBytesText[32] = "-";
-        char ratioText[32] = "-", targetText[32] = "-";
-        const char* met = "-";
-        if (ours > 0) std::snprintf(oursText, sizeof oursText, "%.1f", ours);
-        if (peer > 0) std::snprintf(peerText, sizeof peerText, "%.1f", peer);
-        if (ours > 0 && c.bytesPerPixel > 0)
-            std::snprintf(oursBytesText, sizeof oursBytesText, "%.2f", ours * c.bytesPerPixel / 1e3);
-        if (peer > 0 && c.bytesPerPixel > 0)
-            std::snprintf(peerBytesText, sizeof peerBytesText, "%.2f", peer * c.bytesPerPixel / 1e3);
-        if (c.target > 0) std::snprintf(targetText, sizeof targetText, ">=%.2f", c.target);
-        // Taken in turns, the two sides' ratio in each run is steadier than the ratio of their separate medians.
-        const double ratio = !c.pairedName.empty() ? MedianOfReportedRuns(c.pairedName) : peer > 0 ? ours / peer : 0;
-        if (ours > 0 && ratio > 0) {
-            std::snprintf(ratioText, sizeof ratioText, "%.2f", ratio);
-            if (c.target > 0) met = ratio >= c.target ? "met" : "NOT MET";
-        }
-        std::printf("%-46s %16s %12s %8s %9s %7s %7s %8s\n", c.label.c_str(), oursText, peerText, oursBytesText,
-                    peerBytesText, ratioText, targetText, met);
-    }
+    benchsupport::PrintComparisons(comparisons, measurements, 46, true);
 
     // Every level's output against the scalar form's of the same case.
-    std::vector<std::string> differing;
-    int compared = 0;
-    for (const auto& [name, fingerprint] : outputFingerprints) {
-        const size_t levelStart = name.rfind('/') + 1;
-        if (name.compare(levelStart, std::string::npos, levelCases[0].name) == 0) continue;
-        const auto scalar = outputFingerprints.find(name.substr(0, levelStart) + levelCases[0].name);
-        if (scalar == outputFingerprints.end()) continue;
-        ++compared;
-        if (scalar->second != fingerprint) differing.push_back(name);
-    }
-    std::printf("\nwide forms' and the plain loop's output equal to the scalar form's: %s",
-                compared == 0 ? "not compared" : differing.empty() ? "yes" : "NO:");
-    for (const std::string& name : differing) std::printf(" %s", name.c_str());
+    std::printf("\n");
+    outputFingerprints.AgainstLevel(levelCases[0].name)
+        .Print("wide forms' and the plain loop's output equal to the scalar form's");
     std::printf("\n");
     PrintFrameChecks();
     PrintPeerAgreement();
     std::printf("each row's sides taken in turns frame by frame, ratio the median of the runs' ratios; BitPacker's\n"
                 "peer is memcpy moving the bytes the stage reads and writes per frame; cold: %zu MiB of buffers per\n"
                 "rotation, last-level cache read as %llu MiB\n",
-                ColdRotationBytes() >> 20, static_cast<unsigned long long>(LastLevelCacheBytes() >> 20));
+                benchsupport::ColdRotationBytes() >> 20,
+                static_cast<unsigned long long>(benchsupport::LastLevelCacheBytes() >> 20));
 #ifdef FRAMEFEED_BENCH_LIBYUV
     std::printf("libyuv peers built in;");
 #else
@@ -685,12 +508,6 @@ void PrintSummary() {
 }
 
 // ---- Registration -----------------------------------------------------------------------------------------
-
-// Registers fn(state, name, args...): each benchmark files its measurements under its own name.
-template <class Function, class... Args>
-void Register(const std::string& name, Function function, Args... args) {
-    benchmark::RegisterBenchmark(name.c_str(), function, name, args...)->Unit(benchmark::kMillisecond)->UseRealTime();
-}
 
 // The levels this processor runs, widest first so that each table section leads with its targeted row.
 std::vector<LevelCase> LevelsFor(int32_t naturalLevel) {
