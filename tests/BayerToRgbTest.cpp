@@ -1,5 +1,7 @@
 // PxBayerToRgb_8u: the rules on small worked cases, an independent per-pixel reference, and every
 // processor form this machine runs against it on random sizes, regions, steps and phases.
+#include "TestSupport.h"
+
 #include "primitives/ProcessorLevel.h"
 #include "primitives/Px.h"
 
@@ -60,15 +62,6 @@ Mosaic Random(int width, int height, std::mt19937& random, int levels = 256) {
     Mosaic m{width, height, std::vector<uint8_t>(size_t(width) * height)};
     for (uint8_t& s : m.samples) s = uint8_t(random() % levels);
     return m;
-}
-
-// The forms this processor can run: the scalar floor, and AVX2 and AVX-512 where present.
-std::vector<int32_t> SupportedLevels() {
-    const int32_t natural = PxChooseRow(PxFeatureMask());
-    std::vector<int32_t> levels{PxLevelSse2};
-    if (natural >= PxLevelAvx2) levels.push_back(PxLevelAvx2);
-    if (natural >= PxLevelAvx512) levels.push_back(PxLevelAvx512);
-    return levels;
 }
 
 class EveryForm : public ::testing::TestWithParam<int32_t> {

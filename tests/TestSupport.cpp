@@ -120,3 +120,11 @@ void ForEachForm(const std::function<void()>& body) {
     }
     PxForceProcessorLevel(PxLevelUnset);
 }
+
+std::vector<int32_t> SupportedLevels() {
+    const int32_t natural = PxChooseRow(PxFeatureMask());
+    std::vector<int32_t> levels{PxLevelSse2};
+    if (natural >= PxLevelAvx2) levels.push_back(PxLevelAvx2);
+    if (natural >= PxLevelAvx512) levels.push_back(PxLevelAvx512);
+    return levels;
+}

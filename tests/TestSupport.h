@@ -59,6 +59,9 @@ std::array<StreamParameters, 4> MakeParameters(const ParameterChoice& choice);
 // Deterministic frame content: smooth gradients with a little noise, so JPEG has real work.
 std::vector<uint8_t> MakeFrame(size_t bytes, uint32_t seed);
 
+// The processor levels whose forms this machine can run: the scalar floor, AVX2 and AVX-512 where present.
+std::vector<int32_t> SupportedLevels();
+
 // Stages choose their kernels in Init, so each form runs in stages created after forcing its level:
 // the scalar twin always, the AVX2 form when this processor has it. The level is chosen anew after.
 void ForEachForm(const std::function<void()>& body);
