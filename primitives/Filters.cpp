@@ -12,7 +12,7 @@ typedef void (*FilterRowsFn)(const uint8_t* in, intptr_t inStride, uint8_t* out,
 
 PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
                               int32_t dstStep, PxSize roi, int32_t borderType, const float* borderValue,
-                              const PxFilterBorderSpec* spec, uint8_t* buffer);
+                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer);
 // The box filter's two running sums, per form: the column sums over the image's columns, then one row.
 typedef void (*UpdateColumnsFn)(float* sums, const float* entering, const float* leaving, int32_t count);
 typedef void (*WindowRowFn)(const float* sums, float* out, int32_t width, int32_t mw, float factor);
@@ -22,7 +22,7 @@ PxStatus FilterBoxBorderWithRows(UpdateColumnsFn updateColumns, WindowRowFn wind
 PxStatus FilterBoxBorderAvx2(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
                              PxSize mask, int32_t borderType, const float* borderValue, uint8_t* buffer);
 PxStatus FilterBorderAvx2(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                          int32_t borderType, const float* borderValue, const PxFilterBorderSpec* spec,
+                          int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                           uint8_t* buffer);
 
 namespace {
@@ -121,14 +121,14 @@ struct FilterJob {
     intptr_t dstStep;
     int32_t width, height;
     bool mirror;
-    const SpecRecord* spec;
+    const SpecRecord* filterSpec;
     float* buffer;
     int64_t capacity;  // floats
 
     // Output [x0, x1) x [y0, y1) through the work buffer: its source rows and columns, padded through the
     // border rule, are assembled a pass of rows at a time and filtered from there.
     void ThroughBuffer(int32_t x0, int32_t x1, int32_t y0, int32_t y1) const {
-        const int32_t kw = spec->kw, kh = spec->kh, ax = (kw - 1) / 2, ay = (kh - 1) / 2;
+        const int32_t kw = filterSpec->kw, kh = filterSpec->kh, ax = (kw - 1) / 2, ay = (kh - 1) / 2;
         const int32_t paddedWidth = x1 - x0 + kw - 1;
         const int32_t firstColumn = x0 - ax;
         // Padded columns [spanBegin, spanEnd) lie inside the image and are copied as one run.
@@ -154,15 +154,15 @@ struct FilterJob {
             }
             filterRows(reinterpret_cast<const uint8_t*>(buffer), intptr_t(paddedWidth) * sizeof(float),
                        dst + intptr_t(ya) * dstStep + intptr_t(x0) * sizeof(float), dstStep, x1 - x0, yb - ya,
-                       spec->ReversedTaps(), kw, kh);
+                       filterSpec->ReversedTaps(), kw, kh);
         }
     }
 };
 
 PxStatus FilterBorderScalar(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* spec,
+                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                             uint8_t* buffer) {
-    return FilterBorderWithRows(FilterRowsScalar, src, srcStep, dst, dstStep, roi, borderType, borderValue, spec,
+    return FilterBorderWithRows(FilterRowsScalar, src, srcStep, dst, dstStep, roi, borderType, borderValue, filterSpec,
                                 buffer);
 }
 
@@ -186,14 +186,14 @@ PxStatus FilterBorderGetSizeScalar(PxSize kernelSize, PxSize roi, int32_t dataTy
 }
 
 PxStatus FilterBorderInitScalar(const float* kernel, PxSize kernelSize, int32_t dataType, int32_t numChannels,
-                                int32_t roundMode, PxFilterBorderSpec* spec) {
-    if (kernel == nullptr || spec == nullptr) return PxStatusNullPointer;
+                                int32_t roundMode, PxFilterBorderSpec* filterSpec) {
+    if (kernel == nullptr || filterSpec == nullptr) return PxStatusNullPointer;
     if (kernelSize.width < 1 || kernelSize.height < 1) return PxStatusBadSize;
     if (!IsFilterDataType(dataType)) return PxStatusBadDataType;
     if (numChannels < 1 || numChannels > 4) return PxStatusBadChannelCount;
     if (roundMode != 0 && roundMode != 1 && roundMode != 2 && roundMode != 16 && roundMode != 17 && roundMode != 18)
         return PxStatusBadRoundMode;
-    SpecRecord* record = AlignUp(reinterpret_cast<SpecRecord*>(spec));
+    SpecRecord* record = AlignUp(reinterpret_cast<SpecRecord*>(filterSpec));
     *record = SpecRecord{kernelSize.width, kernelSize.height, dataType, numChannels};
     float* reversed = reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(record) + tapsOffset);
     const int64_t taps = int64_t(kernelSize.width) * kernelSize.height;
@@ -341,13 +341,13 @@ constexpr auto replicateCopyForms =
 
 PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
                               int32_t dstStep, PxSize roi, int32_t borderType, const float*,
-                              const PxFilterBorderSpec* spec, uint8_t* buffer) {
-    if (src == nullptr || dst == nullptr || spec == nullptr || buffer == nullptr) return PxStatusNullPointer;
+                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+    if (src == nullptr || dst == nullptr || filterSpec == nullptr || buffer == nullptr) return PxStatusNullPointer;
     if (roi.width < 1 || roi.height < 1) return PxStatusBadSize;
     if (srcStep < 1 || dstStep < int64_t(roi.width) * 4) return PxStatusBadStep;
     if (!BorderAccepted(borderType)) return PxStatusBadBorder;
 
-    const SpecRecord* record = AlignUp(reinterpret_cast<const SpecRecord*>(spec));
+    const SpecRecord* record = AlignUp(reinterpret_cast<const SpecRecord*>(filterSpec));
     const int32_t width = roi.width, height = roi.height;
     const FilterJob job{filterRows, reinterpret_cast<const uint8_t*>(src), srcStep,
                         reinterpret_cast<uint8_t*>(dst), dstStep, width, height, IsMirror(borderType), record,
@@ -440,14 +440,14 @@ PxStatus PxFilterBorderGetSize(PxSize kernelSize, PxSize roi, int32_t dataType, 
 }
 
 PxStatus PxFilterBorderInit_32f(const float* kernel, PxSize kernelSize, int32_t dataType, int32_t numChannels,
-                                int32_t roundMode, PxFilterBorderSpec* spec) {
-    return filterInitForms(kernel, kernelSize, dataType, numChannels, roundMode, spec);
+                                int32_t roundMode, PxFilterBorderSpec* filterSpec) {
+    return filterInitForms(kernel, kernelSize, dataType, numChannels, roundMode, filterSpec);
 }
 
 PxStatus PxFilterBorder_32f(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* spec,
+                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                             uint8_t* buffer) {
-    return filterForms(src, srcStep, dst, dstStep, roi, borderType, borderValue, spec, buffer);
+    return filterForms(src, srcStep, dst, dstStep, roi, borderType, borderValue, filterSpec, buffer);
 }
 
 PxStatus PxFilterBoxBorderGetBufferSize(PxSize roi, PxSize mask, int32_t dataType, int32_t numChannels,

@@ -8,7 +8,7 @@ typedef void (*FilterRowsFn)(const uint8_t* in, intptr_t inStride, uint8_t* out,
                              int32_t rows, const float* reversedTaps, int32_t kw, int32_t kh);
 PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
                               int32_t dstStep, PxSize roi, int32_t borderType, const float* borderValue,
-                              const PxFilterBorderSpec* spec, uint8_t* buffer);
+                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer);
 
 typedef void (*UpdateColumnsFn)(float* sums, const float* entering, const float* leaving, int32_t count);
 typedef void (*WindowRowFn)(const float* sums, float* out, int32_t width, int32_t mw, float factor);
@@ -107,9 +107,9 @@ void WindowRowAvx2(const float* sums, float* out, int32_t width, int32_t mw, flo
 }  // namespace
 
 PxStatus FilterBorderAvx2(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                          int32_t borderType, const float* borderValue, const PxFilterBorderSpec* spec,
+                          int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                           uint8_t* buffer) {
-    return FilterBorderWithRows(FilterRowsAvx2, src, srcStep, dst, dstStep, roi, borderType, borderValue, spec,
+    return FilterBorderWithRows(FilterRowsAvx2, src, srcStep, dst, dstStep, roi, borderType, borderValue, filterSpec,
                                 buffer);
 }
 

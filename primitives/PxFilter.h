@@ -29,14 +29,14 @@ struct PxFilterBorderSpec;
 PxStatus PxFilterBorderGetSize(PxSize kernelSize, PxSize roi, int32_t dataType, int32_t kernelType,
                                int32_t numChannels, int32_t* specSize, int32_t* bufferSize);
 
-// Copies kernelSize.width x kernelSize.height taps, row by row, into spec; they are not normalised.
+// Copies kernelSize.width x kernelSize.height taps, row by row, into filterSpec; they are not normalised.
 PxStatus PxFilterBorderInit_32f(const float* kernel, PxSize kernelSize, int32_t dataType, int32_t numChannels,
-                                int32_t roundMode, PxFilterBorderSpec* spec);
+                                int32_t roundMode, PxFilterBorderSpec* filterSpec);
 
 // Correlation: dst(x, y) = sum K[j * kw + i] * s(x + i - (kw - 1) / 2, y + j - (kh - 1) / 2), the
 // source read through the border rule in each axis. borderValue has no effect with codes 1 and 3.
 PxStatus PxFilterBorder_32f(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* spec,
+                            int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                             uint8_t* buffer);
 
 // Size in bytes of the work buffer of one PxFilterBoxBorder_32f call.

@@ -29,7 +29,7 @@ int Mirror(int i, int n) {
 int Clamp(int i, int n) { return i < 0 ? 0 : i >= n ? n - 1 : i; }
 int Fold(int border, int i, int n) { return border == PxBorderMirror ? Mirror(i, n) : Clamp(i, n); }
 
-// The filter through its whole calling order, the blocks laid as the system does: buffer, then spec,
+// The filter through its whole calling order, the blocks laid as the system does: buffer, then filterSpec,
 // in one allocation at an odd address and exactly as large as the query asks.
 std::vector<float> Filter(const Plane& src, const std::vector<float>& kernel, PxSize k, int border,
                           int srcStride = 0) {
@@ -38,12 +38,12 @@ std::vector<float> Filter(const Plane& src, const std::vector<float>& kernel, Px
     EXPECT_EQ(PxFilterBorderGetSize(k, {src.width, src.height}, 13, 13, 1, &specSize, &bufferSize), PxStatusOk);
     std::vector<uint8_t> block(size_t(bufferSize) + specSize + 3);
     uint8_t* buffer = block.data() + 3;
-    auto* spec = reinterpret_cast<PxFilterBorderSpec*>(buffer + bufferSize);
-    EXPECT_EQ(PxFilterBorderInit_32f(kernel.data(), k, 13, 1, 2, spec), PxStatusOk);
+    auto* filterSpec = reinterpret_cast<PxFilterBorderSpec*>(buffer + bufferSize);
+    EXPECT_EQ(PxFilterBorderInit_32f(kernel.data(), k, 13, 1, 2, filterSpec), PxStatusOk);
     std::vector<float> dst(size_t(src.width) * src.height, -999.0f);
     const float zero = 0.0f;
     EXPECT_EQ(PxFilterBorder_32f(src.v.data(), stride * 4, dst.data(), src.width * 4, {src.width, src.height},
-                                 border, &zero, spec, buffer),
+                                 border, &zero, filterSpec, buffer),
               PxStatusOk);
     return dst;
 }
@@ -239,15 +239,15 @@ TEST(FilterBorderCopy, ReplicateOneSidedAndInPlace) {
 }
 
 TEST(FilterStatus, SizeQueriesCheckPointersLate) {
-    int32_t spec = 0, buffer = 0;
+    int32_t filterSpec = 0, buffer = 0;
     EXPECT_EQ(PxFilterBorderGetSize({0, 3}, {4, 4}, 13, 13, 1, nullptr, nullptr), PxStatusBadSize);
-    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 0}, 13, 13, 1, &spec, &buffer), PxStatusBadSize);
+    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 0}, 13, 13, 1, &filterSpec, &buffer), PxStatusBadSize);
     EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 19, 13, 9, nullptr, nullptr), PxStatusBadDataType);
-    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 13, 5, 1, &spec, &buffer), PxStatusBadDataType);
+    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 13, 5, 1, &filterSpec, &buffer), PxStatusBadDataType);
     EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 1, 7, 5, nullptr, nullptr), PxStatusBadChannelCount);
-    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 13, 13, 1, &spec, nullptr), PxStatusNullPointer);
+    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {4, 4}, 13, 13, 1, &filterSpec, nullptr), PxStatusNullPointer);
     buffer = 7;
-    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {300000000, 4}, 13, 13, 1, &spec, &buffer), PxStatusSizeOverflow);
+    EXPECT_EQ(PxFilterBorderGetSize({3, 3}, {300000000, 4}, 13, 13, 1, &filterSpec, &buffer), PxStatusSizeOverflow);
     EXPECT_EQ(buffer, 0);
 
     // The box query checks its pointer first.
@@ -261,8 +261,8 @@ TEST(FilterStatus, SizeQueriesCheckPointersLate) {
 
 TEST(FilterStatus, InitAndFilterOrder) {
     const float kernel[9] = {};
-    std::vector<uint8_t> spec(1024), buffer(4096);
-    auto* s = reinterpret_cast<PxFilterBorderSpec*>(spec.data());
+    std::vector<uint8_t> filterSpec(1024), buffer(4096);
+    auto* s = reinterpret_cast<PxFilterBorderSpec*>(filterSpec.data());
     EXPECT_EQ(PxFilterBorderInit_32f(nullptr, {0, 0}, 0, 0, 99, s), PxStatusNullPointer);
     EXPECT_EQ(PxFilterBorderInit_32f(kernel, {3, 0}, 0, 0, 99, s), PxStatusBadSize);
     EXPECT_EQ(PxFilterBorderInit_32f(kernel, {3, 3}, 19, 0, 99, s), PxStatusBadDataType);
