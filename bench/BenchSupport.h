@@ -299,4 +299,23 @@ void Register(const std::string& name, Function function, Args... args) {
     benchmark::RegisterBenchmark(name.c_str(), function, name, args...)->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 
+// The levels of a program's table that this processor runs, widest first, so that each table section
+// leads with its targeted row.
+template <size_t count>
+std::vector<LevelCase> LevelsWidestFirst(const LevelCase (&cases)[count], int32_t naturalLevel) {
+    std::vector<LevelCase> levels;
+    for (const LevelCase& level : cases)
+        if (level.level <= naturalLevel) levels.insert(levels.begin(), level);
+    return levels;
+}
+
+// Targets hold for the AVX2 forms, which this hardware runs; the scalar rows only inform.
+inline double TargetAt(const LevelCase& level, double target) { return level.level >= PxLevelAvx2 ? target : 0; }
+
+// A row for a benchmark that timed FrameFeed ("/ours") and its peer ("/peer") in turns.
+inline Comparison PairedRow(const std::string& label, const std::string& name, double target,
+                            double bytesPerPixel = 0) {
+    return {label, name + "/ours", name + "/peer", target, name, bytesPerPixel};
+}
+
 }  // namespace benchsupport

@@ -509,20 +509,14 @@ void PrintSummary() {
 
 // ---- Registration -----------------------------------------------------------------------------------------
 
-// The levels this processor runs, widest first so that each table section leads with its targeted row.
 std::vector<LevelCase> LevelsFor(int32_t naturalLevel) {
-    std::vector<LevelCase> levels;
-    for (const LevelCase& level : levelCases)
-        if (level.level <= naturalLevel) levels.insert(levels.begin(), level);
-    return levels;
+    return benchsupport::LevelsWidestFirst(levelCases, naturalLevel);
 }
 
-// Targets hold for the AVX2 forms, which this hardware runs; the scalar rows only inform.
-double TargetAt(const LevelCase& level, double target) { return level.level >= PxLevelAvx2 ? target : 0; }
+using benchsupport::TargetAt;
 
-// A row for a benchmark that timed FrameFeed and its peer in turns.
 void AddPairedRow(const std::string& label, const std::string& name, double target, double bytesPerPixel = 0) {
-    comparisons.push_back({label, name + "/ours", name + "/peer", target, name, bytesPerPixel});
+    comparisons.push_back(benchsupport::PairedRow(label, name, target, bytesPerPixel));
 }
 
 void RegisterBitPacker(const std::vector<LevelCase>& levels) {
