@@ -18,48 +18,125 @@ PxStatus FilterBoxBorderWithRows(UpdateColumnsFn updateColumns, WindowRowFn wind
 
 namespace {
 
-// Sixteen pixels per step in two independent accumulators, then eight, then the rest one by one.
+// The row r rows below p, for steps in bytes that need not be a multiple of four.
+__attribute__((always_inline)) inline const float* Below(const float* p, int32_t r, intptr_t stride) {
+    return reinterpret_cast<const float*>(reinterpret_cast<const uint8_t*>(p) + r * stride);
+}
+
+// Full eight-lane loads and stores.
+struct AllLanes {
+    __m256 Load(const float* p) const { return _mm256_loadu_ps(p); }
+    void Store(float* p, __m256 v) const { _mm256_storeu_ps(p, v); }
+};
+
+// The first `count` (1..7) lanes only: the others are neither read nor written.
+struct FirstLanes {
+    __m256i mask;
+    explicit FirstLanes(int32_t count)
+        : mask(_mm256_cmpgt_epi32(_mm256_set1_epi32(count), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7))) {}
+    __m256 Load(const float* p) const { return _mm256_maskload_ps(p, mask); }
+    void Store(float* p, __m256 v) const { _mm256_maskstore_ps(p, mask, v); }
+};
+
+// Accumulates one kernel row into V vectors of eight outputs: acc[v] += k[-i] * s[i + 8v] for every tap i.
+template <int KW, int V, class Lanes>
+__attribute__((always_inline)) inline void AccumulateRow(__m256 (&acc)[V], const float* s, const float* k, int32_t givenKw,
+                                                         Lanes lanes) {
+    const int32_t kw = KW > 0 ? KW : givenKw;
+    for (int32_t i = 0; i < kw; ++i) {
+        const __m256 tap = _mm256_broadcast_ss(k - i);
+        for (int v = 0; v < V; ++v) acc[v] = _mm256_fmadd_ps(tap, lanes.Load(s + i + 8 * v), acc[v]);
+    }
+}
+
+// One input row feeding two output rows at once, with kernel rows kUpper (for the upper output) and
+// kLower (for the lower one): each sample is loaded once for both.
+template <int KW, int V, class Lanes>
+__attribute__((always_inline)) inline void AccumulateRowTwice(__m256 (&upper)[V], __m256 (&lower)[V], const float* s,
+                                                              const float* kUpper, const float* kLower, int32_t givenKw,
+                                                              Lanes lanes) {
+    const int32_t kw = KW > 0 ? KW : givenKw;
+    for (int32_t i = 0; i < kw; ++i) {
+        const __m256 tapUpper = _mm256_broadcast_ss(kUpper - i);
+        const __m256 tapLower = _mm256_broadcast_ss(kLower - i);
+        for (int v = 0; v < V; ++v) {
+            __m256 sample = lanes.Load(s + i + 8 * v);
+            __asm__("" : "+x"(sample));  // one load for both sums, not one folded into each
+            upper[v] = _mm256_fmadd_ps(tapUpper, sample, upper[v]);
+            lower[v] = _mm256_fmadd_ps(tapLower, sample, lower[v]);
+        }
+    }
+}
+
+// Output rows y and y + 1 over 8V columns. Input row r of their common reach meets kernel row r of the
+// upper output and kernel row r - 1 of the lower one; the 2V independent sums hide the FMA latency.
+template <int KW, int V, class Lanes = AllLanes>
+__attribute__((always_inline)) inline void FilterTwoRows(const float* top, intptr_t inStride, float* outUpper,
+                                                         float* outLower, const float* lastTap, int32_t givenKw, int32_t kh,
+                                                         Lanes lanes = Lanes()) {
+    const int32_t kw = KW > 0 ? KW : givenKw;
+    __m256 upper[V], lower[V];
+    for (int v = 0; v < V; ++v) upper[v] = lower[v] = _mm256_setzero_ps();
+    AccumulateRow<KW, V>(upper, top, lastTap, kw, lanes);
+    for (int32_t r = 1; r < kh; ++r)
+        AccumulateRowTwice<KW, V>(upper, lower, Below(top, r, inStride), lastTap - int64_t(r) * kw,
+                              lastTap - int64_t(r - 1) * kw, kw, lanes);
+    AccumulateRow<KW, V>(lower, Below(top, kh, inStride), lastTap - int64_t(kh - 1) * kw, kw, lanes);
+    for (int v = 0; v < V; ++v) {
+        lanes.Store(outUpper + 8 * v, upper[v]);
+        lanes.Store(outLower + 8 * v, lower[v]);
+    }
+}
+
+template <int KW, int V, class Lanes = AllLanes>
+__attribute__((always_inline)) inline void FilterOneRow(const float* top, intptr_t inStride, float* out,
+                                                        const float* lastTap, int32_t givenKw, int32_t kh,
+                                                        Lanes lanes = Lanes()) {
+    const int32_t kw = KW > 0 ? KW : givenKw;
+    __m256 acc[V];
+    for (int v = 0; v < V; ++v) acc[v] = _mm256_setzero_ps();
+    for (int32_t j = 0; j < kh; ++j)
+        AccumulateRow<KW, V>(acc, Below(top, j, inStride), lastTap - int64_t(j) * kw, kw, lanes);
+    for (int v = 0; v < V; ++v) lanes.Store(out + 8 * v, acc[v]);
+}
+
+// Rows in pairs, 32 columns per step, then eight, then the last few under a lane mask; an odd last row alone.
+// Every lane does the same operations in the same order wherever it lies, so a pixel's result does not depend
+// on the path that computed it. KW > 0 fixes the kernel width at compile time, so the tap loops unroll.
+template <int KW>
+void FilterRowsOfWidth(const uint8_t* in, intptr_t inStride, uint8_t* out, intptr_t outStride, int32_t width,
+                       int32_t rows, const float* reversedTaps, int32_t kw, int32_t kh) {
+    const float* lastTap = reversedTaps + int64_t(kw) * kh - 1;  // tap t is lastTap[-t]
+    int32_t y = 0;
+    for (; y + 2 <= rows; y += 2) {
+        const float* top = reinterpret_cast<const float*>(in + y * inStride);
+        float* upper = reinterpret_cast<float*>(out + y * outStride);
+        float* lower = reinterpret_cast<float*>(out + (y + 1) * outStride);
+        int32_t x = 0;
+        for (; x + 32 <= width; x += 32) FilterTwoRows<KW, 4>(top + x, inStride, upper + x, lower + x, lastTap, kw, kh);
+        for (; x + 8 <= width; x += 8) FilterTwoRows<KW, 1>(top + x, inStride, upper + x, lower + x, lastTap, kw, kh);
+        if (x < width)
+            FilterTwoRows<KW, 1>(top + x, inStride, upper + x, lower + x, lastTap, kw, kh, FirstLanes(width - x));
+    }
+    if (y < rows) {
+        const float* top = reinterpret_cast<const float*>(in + y * inStride);
+        float* o = reinterpret_cast<float*>(out + y * outStride);
+        int32_t x = 0;
+        for (; x + 32 <= width; x += 32) FilterOneRow<KW, 4>(top + x, inStride, o + x, lastTap, kw, kh);
+        for (; x + 8 <= width; x += 8) FilterOneRow<KW, 1>(top + x, inStride, o + x, lastTap, kw, kh);
+        if (x < width) FilterOneRow<KW, 1>(top + x, inStride, o + x, lastTap, kw, kh, FirstLanes(width - x));
+    }
+}
+
 void FilterRowsAvx2(const uint8_t* in, intptr_t inStride, uint8_t* out, intptr_t outStride, int32_t width,
                     int32_t rows, const float* reversedTaps, int32_t kw, int32_t kh) {
-    const float* lastTap = reversedTaps + int64_t(kw) * kh - 1;  // tap t is lastTap[-t]
-    for (int32_t y = 0; y < rows; ++y) {
-        float* o = reinterpret_cast<float*>(out + y * outStride);
-        const uint8_t* top = in + y * inStride;
-        int32_t x = 0;
-        for (; x + 16 <= width; x += 16) {
-            __m256 a = _mm256_setzero_ps(), b = _mm256_setzero_ps();
-            for (int32_t j = 0; j < kh; ++j) {
-                const float* s = reinterpret_cast<const float*>(top + j * inStride) + x;
-                const float* k = lastTap - int64_t(j) * kw;
-                for (int32_t i = 0; i < kw; ++i) {
-                    const __m256 tap = _mm256_broadcast_ss(k - i);
-                    a = _mm256_fmadd_ps(tap, _mm256_loadu_ps(s + i), a);
-                    b = _mm256_fmadd_ps(tap, _mm256_loadu_ps(s + i + 8), b);
-                }
-            }
-            _mm256_storeu_ps(o + x, a);
-            _mm256_storeu_ps(o + x + 8, b);
-        }
-        for (; x + 8 <= width; x += 8) {
-            __m256 a = _mm256_setzero_ps();
-            for (int32_t j = 0; j < kh; ++j) {
-                const float* s = reinterpret_cast<const float*>(top + j * inStride) + x;
-                const float* k = lastTap - int64_t(j) * kw;
-                for (int32_t i = 0; i < kw; ++i)
-                    a = _mm256_fmadd_ps(_mm256_broadcast_ss(k - i), _mm256_loadu_ps(s + i), a);
-            }
-            _mm256_storeu_ps(o + x, a);
-        }
-        for (; x < width; ++x) {
-            float total = 0.0f;
-            for (int32_t j = 0; j < kh; ++j) {
-                const float* s = reinterpret_cast<const float*>(top + j * inStride) + x;
-                const float* k = lastTap - int64_t(j) * kw;
-                for (int32_t i = 0; i < kw; ++i)
-                    total = _mm_cvtss_f32(_mm_fmadd_ss(_mm_set_ss(k[-i]), _mm_set_ss(s[i]), _mm_set_ss(total)));
-            }
-            o[x] = total;
-        }
+    switch (kw) {
+        case 1: return FilterRowsOfWidth<1>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
+        case 3: return FilterRowsOfWidth<3>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
+        case 5: return FilterRowsOfWidth<5>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
+        case 7: return FilterRowsOfWidth<7>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
+        case 9: return FilterRowsOfWidth<9>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
+        default: return FilterRowsOfWidth<0>(in, inStride, out, outStride, width, rows, reversedTaps, kw, kh);
     }
 }
 
