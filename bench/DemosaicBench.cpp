@@ -1,6 +1,8 @@
 // Throughput of demosaicking on one thread: the Bayer-to-RGB primitive at each processor level and the fast
 // stage's binning paths, next to OpenCV doing the same jobs on the same 2048 x 2048 RGGB mosaic, and, with
 // frames rotated through more memory than the last-level cache holds, next to memcpy moving the same bytes.
+// Hamilton-Adams at every scale runs in turns with OpenCV's VNG, edge-aware and bilinear conversions, with its own
+// scalar twin and with itself at scale 1.
 // A table of the ratios and their targets follows Google Benchmark's report. Without OpenCV the peers' columns
 // stay empty.
 //
@@ -9,6 +11,7 @@
 #include "BenchSupport.h"
 
 #include "demosaic/DeBayerLQ.h"
+#include "demosaic/NewDeBayer.h"
 #include "primitives/ProcessorLevel.h"
 #include "primitives/Px.h"
 
@@ -21,8 +24,10 @@
 #endif
 
 #include <chrono>
+#include <cstdlib>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -38,8 +43,10 @@ constexpr double megapixelsPerFrame = double(frameWidth) * frameHeight / 1e6;
 constexpr size_t mosaicBytes = size_t(frameWidth) * frameHeight;
 constexpr size_t rgbBytes = mosaicBytes * 3;
 constexpr uint32_t binningScales[] = {2, 4, 8, 16};
+constexpr uint32_t haScales[] = {1, 2, 4, 8, 16};
 
 const LevelCase levelCases[] = {{"scalar", PxLevelSse2}, {"avx2", PxLevelAvx2}, {"avx512", PxLevelAvx512}};
+const LevelCase scalarLevel = levelCases[0];
 const LevelCase avx2Level = levelCases[1];
 
 // ---- Frames -----------------------------------------------------------------------------------------------
@@ -109,6 +116,39 @@ void BinningBenchmark(benchmark::State& state, const std::string& name, uint32_t
     TimeFrames(state, name, [&] { stage.Process(mosaic, rgbx.data(), nullptr); });
 }
 
+// ---- Hamilton-Adams ---------------------------------------------------------------------------------------
+
+// An HA stage from the factory, as a stream makes it, with its output buffer. The stage picks its kernels in Init
+// and the primitives it calls pick theirs per call, so the level is forced for both: two runs at different levels
+// can then take turns.
+class HaRun {
+public:
+    HaRun(uint32_t scale, LevelCase level) : level(level) {
+        PxForceProcessorLevel(level.level);
+        const ImageFormat in{PixelFormat::BayerRGGB, 8, 8};
+        const ImageFormat out{PixelFormat::RGBX, 8, 32};
+        stage.reset(NewDeBayer(frameWidth, frameHeight, &in, &out, scale, 1, nullptr));
+        if (stage) output.resize(stage->OutputSize());
+    }
+    ~HaRun() { PxForceProcessorLevel(PxLevelUnset); }
+    HaRun(const HaRun&) = delete;
+    HaRun& operator=(const HaRun&) = delete;
+
+    bool Ready() const { return stage != nullptr; }
+
+    void Frame() {
+        PxForceProcessorLevel(level.level);
+        stage->Process(Mosaic().data(), output.data(), nullptr);
+    }
+
+    const std::vector<uint8_t>& Output() const { return output; }
+
+private:
+    LevelCase level;
+    std::unique_ptr<ImageProcessing> stage;
+    std::vector<uint8_t> output;
+};
+
 // ---- Cache-cold frames next to memcpy ---------------------------------------------------------------------
 
 // A stage on cache-cold frames next to memcpy moving as many bytes per frame as the stage reads and writes, each
@@ -166,28 +206,39 @@ void ColdBinningBenchmark(benchmark::State& state, const std::string& name, uint
 // OpenCV names a Bayer pattern by the second and third sites of its second row, so the code for an RGGB mosaic
 // should be the "BG" one. Chosen by experiment all the same: with only the red sites lit, the right code lights
 // the red channel alone.
-bool LightsRedOnly(int code) {
+bool LightsRedOnly(int code, int redChannel = 0) {
     cv::Mat mosaic(16, 16, CV_8UC1, cv::Scalar(0));
     for (int y = 0; y < mosaic.rows; y += 2)
         for (int x = 0; x < mosaic.cols; x += 2) mosaic.at<uint8_t>(y, x) = 255;
-    cv::Mat rgb;
-    cv::cvtColor(mosaic, rgb, code);
-    const cv::Scalar mean = cv::mean(rgb(cv::Rect(4, 4, 8, 8)));
-    return mean[0] > 200 && mean[1] < 50 && mean[2] < 50;
+    cv::Mat colour;
+    cv::cvtColor(mosaic, colour, code);
+    const cv::Scalar mean = cv::mean(colour(cv::Rect(4, 4, 8, 8)));
+    for (int channel = 0; channel < 3; ++channel)
+        if (channel == redChannel ? mean[channel] <= 200 : mean[channel] >= 50) return false;
+    return true;
 }
 
+// The peers of PxBayerToRgb_8u write RGB; those of HA write BGR, the order OpenCV's VNG conversion is usually
+// asked for. The pattern's name is the same in both.
 struct OpenCvCodes {
     int bilinear = -1;
     int edgeAware = -1;
     const char* name = "none";
+    int bilinearBgr = -1;
+    int edgeAwareBgr = -1;
+    int vngBgr = -1;
 };
 
 OpenCvCodes RggbCodes() {
     OpenCvCodes codes;
     if (LightsRedOnly(cv::COLOR_BayerBG2RGB) && LightsRedOnly(cv::COLOR_BayerBG2RGB_EA))
-        codes = {cv::COLOR_BayerBG2RGB, cv::COLOR_BayerBG2RGB_EA, "COLOR_BayerBG2RGB"};
+        codes = {cv::COLOR_BayerBG2RGB, cv::COLOR_BayerBG2RGB_EA, "COLOR_BayerBG2RGB",
+                 cv::COLOR_BayerBG2BGR, cv::COLOR_BayerBG2BGR_EA, cv::COLOR_BayerBG2BGR_VNG};
     else if (LightsRedOnly(cv::COLOR_BayerRG2RGB) && LightsRedOnly(cv::COLOR_BayerRG2RGB_EA))
-        codes = {cv::COLOR_BayerRG2RGB, cv::COLOR_BayerRG2RGB_EA, "COLOR_BayerRG2RGB"};
+        codes = {cv::COLOR_BayerRG2RGB, cv::COLOR_BayerRG2RGB_EA, "COLOR_BayerRG2RGB",
+                 cv::COLOR_BayerRG2BGR, cv::COLOR_BayerRG2BGR_EA, cv::COLOR_BayerRG2BGR_VNG};
+    for (int* bgr : {&codes.bilinearBgr, &codes.edgeAwareBgr, &codes.vngBgr})
+        if (*bgr >= 0 && !LightsRedOnly(*bgr, 2)) *bgr = -1;
     return codes;
 }
 
@@ -230,6 +281,75 @@ double MeanDifferenceFromOpenCv() {
 
 #endif
 
+// ---- Hamilton-Adams next to its peers ----------------------------------------------------------------------
+
+// What an HA case runs in turns with.
+enum class HaPeer { OpenCvVng, OpenCvEdgeAware, OpenCvBilinear, ScalarTwin, Scale1 };
+
+// HA at `scale` and `level` in turns with its peer, filed with /ours and /peer appended.
+void HaBenchmark(benchmark::State& state, const std::string& name, uint32_t scale, LevelCase level, HaPeer peerKind) {
+    HaRun ours(scale, level);
+    if (!ours.Ready()) {
+        state.SkipWithError("NewDeBayer yielded no HA stage");
+        return;
+    }
+    ours.Frame();
+    outputFingerprints.Note("HA/" + std::to_string(scale) + "/" + level.name, ours.Output().data(),
+                            ours.Output().size());
+    std::unique_ptr<HaRun> twin;
+    benchsupport::FrameFunction peer;  // none without OpenCV: HA runs alone
+#ifdef FRAMEFEED_BENCH_OPENCV
+    const cv::Mat peerMosaic = MosaicMat();
+    cv::Mat peerBgr(frameHeight, frameWidth, CV_8UC3);
+#endif
+    if (peerKind == HaPeer::ScalarTwin || peerKind == HaPeer::Scale1) {
+        twin = std::make_unique<HaRun>(peerKind == HaPeer::Scale1 ? 1 : scale,
+                                       peerKind == HaPeer::Scale1 ? level : scalarLevel);
+        if (!twin->Ready()) {
+            state.SkipWithError("NewDeBayer yielded no HA stage for the peer");
+            return;
+        }
+        peer = [&](uint64_t) { twin->Frame(); };
+    } else {
+#ifdef FRAMEFEED_BENCH_OPENCV
+        const int code = peerKind == HaPeer::OpenCvVng         ? openCvCodes.vngBgr
+                         : peerKind == HaPeer::OpenCvEdgeAware ? openCvCodes.edgeAwareBgr
+                                                               : openCvCodes.bilinearBgr;
+        if (code < 0) {
+            state.SkipWithError("no OpenCV code reads an RGGB mosaic as such");
+            return;
+        }
+        peer = [&, code](uint64_t) { cv::cvtColor(peerMosaic, peerBgr, code); };
+#endif
+    }
+    if (peerKind == HaPeer::ScalarTwin) {
+        twin->Frame();
+        outputFingerprints.Note("HA/" + std::to_string(scale) + "/" + scalarLevel.name, twin->Output().data(),
+                                twin->Output().size());
+    }
+    benchsupport::TimeTurns(
+        state, measurements, name, {megapixelsPerFrame, 0}, {"ours", "ours"}, [&](uint64_t) { ours.Frame(); },
+        {"peer", "peer"}, peer);
+}
+
+#ifdef FRAMEFEED_BENCH_OPENCV
+// Mean absolute difference of HA's output from OpenCV's VNG one, as a check that both read the mosaic in the same
+// colour order; -1 when it cannot be told.
+double MeanDifferenceOfHaFromVng() {
+    HaRun ha(1, {"natural", PxChooseRow(PxFeatureMask())});
+    if (openCvCodes.vngBgr < 0 || !ha.Ready()) return -1;
+    ha.Frame();
+    cv::Mat bgr;
+    cv::cvtColor(MosaicMat(), bgr, openCvCodes.vngBgr);
+    const uint8_t* rgbx = ha.Output().data();
+    uint64_t sum = 0;
+    for (size_t pixel = 0; pixel < mosaicBytes; ++pixel)
+        for (int channel = 0; channel < 3; ++channel)
+            sum += uint64_t(std::abs(int(rgbx[pixel * 4 + channel]) - int(bgr.data[pixel * 3 + 2 - channel])));
+    return double(sum) / double(rgbBytes);
+}
+#endif
+
 // ---- Summary ----------------------------------------------------------------------------------------------
 
 using benchsupport::Comparison;
@@ -249,12 +369,56 @@ void PrintSummary() {
 #ifdef FRAMEFEED_BENCH_OPENCV
     std::printf("OpenCV %s, one thread; RGGB read with %s; bilinear differs from PxBayerToRgb_8u by %.2f on average\n",
                 CV_VERSION, openCvCodes.name, MeanDifferenceFromOpenCv());
+    std::printf("HA's peers write BGR; VNG differs from HA by %.2f on average\n", MeanDifferenceOfHaFromVng());
 #else
     std::printf("OpenCV not built in: no peer figures\n");
 #endif
 }
 
 // ---- Registration -----------------------------------------------------------------------------------------
+
+// HA at scale 1 next to OpenCV; each scale's AVX2 form next to its scalar twin; each scale above 1 next to scale 1
+// at the same level, where a ratio of at least 1 means reducing costs no more than demosaicking alone. HA has no
+// AVX-512 forms.
+void RegisterHA(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
+    std::vector<LevelCase> levels{scalarLevel};
+    if (naturalLevel >= avx2Level.level) levels.insert(levels.begin(), avx2Level);
+    const auto add = [](const std::string& label, const std::string& name, uint32_t scale, LevelCase level,
+                        HaPeer peer, double target) {
+        Register(name, HaBenchmark, scale, level, peer);
+        comparisons.push_back(benchsupport::PairedRow(label, name, target));
+    };
+#ifdef FRAMEFEED_BENCH_OPENCV
+    struct PeerCase {
+        HaPeer peer;
+        const char* name;
+        const char* label;
+        double target;
+    };
+    const PeerCase peers[] = {{HaPeer::OpenCvVng, "opencv_vng", "OpenCV VNG", 3.0},
+                              {HaPeer::OpenCvEdgeAware, "opencv_ea", "OpenCV edge-aware", 0},
+                              {HaPeer::OpenCvBilinear, "opencv_bilinear", "OpenCV bilinear", 0}};
+    for (const LevelCase& level : levels) {
+        if (!withOpenCv) break;
+        for (const PeerCase& peer : peers)
+            add(std::string("HA /1 ") + level.name + " / " + peer.label,
+                std::string("HA/1/") + level.name + "/" + peer.name, 1, level, peer.peer,
+                benchsupport::TargetAt(level, peer.target));
+    }
+#endif
+    for (uint32_t scale : haScales) {
+        if (naturalLevel < avx2Level.level) break;
+        const std::string s = std::to_string(scale);
+        add("HA /" + s + " avx2 / scalar", "HA/" + s + "/avx2/scalar", scale, avx2Level, HaPeer::ScalarTwin, 4.0);
+    }
+    for (uint32_t scale : haScales) {
+        if (scale == 1) continue;
+        const std::string s = std::to_string(scale);
+        for (const LevelCase& level : levels)
+            add("HA /" + s + " " + level.name + " / HA /1", "HA/" + s + "/" + level.name + "/scale1", scale, level,
+                HaPeer::Scale1, 1.0);
+    }
+}
 
 void RegisterAll(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
     const std::string scalarName = std::string("BayerToRgb/") + levelCases[0].name;
@@ -291,6 +455,8 @@ void RegisterAll(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
         if (withOpenCv) Register(peerName, OpenCvBinningBenchmark, scale);
 #endif
     }
+
+    RegisterHA(naturalLevel, withOpenCv);
 
     if (naturalLevel < avx2Level.level) return;  // the cold figures are of the AVX2 forms
     Register("Cold/BayerToRgb", ColdBayerToRgbBenchmark);

@@ -50,6 +50,16 @@ void* AlignedAlloc(size_t size, size_t alignment);
 void* AlignedRealloc(void* block, size_t size, size_t alignment);
 void AlignedFree(void* block);
 
+// Plain heap blocks (the process heap); null on exhaustion.
+void* PlainAlloc(size_t size);
+void PlainFree(void* block);
+
+// Tests only: the `count`-th aligned or plain allocation or reallocation from now on fails as if memory
+// were exhausted (1: the next one); 0 lets every one through again.
+void FailAllocationAfter(uint32_t count);
+// True when the allocation being made is the one FailAllocationAfter chose.
+bool AllocationFaultDue();
+
 // The machine's common application data folder, in UTF-8, without a trailing separator.
 std::string CommonAppDataFolder();
 

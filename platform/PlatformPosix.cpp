@@ -57,6 +57,7 @@ BlockPrefix* PrefixOf(void* block) { return static_cast<BlockPrefix*>(block) - 1
 }  // namespace
 
 void* AlignedAlloc(size_t size, size_t alignment) {
+    if (AllocationFaultDue()) return nullptr;
     if (alignment < alignof(BlockPrefix)) alignment = alignof(BlockPrefix);
     const size_t overhead = sizeof(BlockPrefix) + alignment - 1;
     if (size > SIZE_MAX - overhead) return nullptr;

@@ -59,11 +59,13 @@ uint64_t QueryCounterFrequency() {
 static bool FitsAlignedBlock(size_t size, size_t alignment) { return size <= SIZE_MAX - alignment - 2 * sizeof(void*); }
 
 void* AlignedAlloc(size_t size, size_t alignment) {
+    if (AllocationFaultDue()) return nullptr;
     return FitsAlignedBlock(size, alignment) ? _aligned_malloc(size ? size : 1, alignment) : nullptr;
 }
 
 // _aligned_realloc leaves the block in place when it fails, as callers rely on.
 void* AlignedRealloc(void* block, size_t size, size_t alignment) {
+    if (AllocationFaultDue()) return nullptr;
     return FitsAlignedBlock(size, alignment) ? _aligned_realloc(block, size ? size : 1, alignment) : nullptr;
 }
 

@@ -1,0 +1,57 @@
+// Plane kernels of the Hamilton-Adams interpolation over 16-bit working planes. Each kernel has a plain scalar
+// form, the definition, and an AVX2 form with the same signature that gives the same bits: every step is exact
+// integer arithmetic. The wide forms take 16 columns at a time, eight sites of one parity in the 32-bit lanes
+// of a 256-bit vector, and write back with a word blend so the other parity stays untouched.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The three working planes of one frame. Each pointer is element (0, 0); every plane has a ring of two
+// rows above and below and two columns left and right (columns -2, -1, width, width + 1), and rows are
+// `stride` elements apart. `width` is a multiple of 16, `height` is even and at least 2.
+struct HAPlanes {
+    uint16_t* g;     // green
+    uint16_t* even;  // the colour the even rows carry
+    uint16_t* odd;   // the colour the odd rows carry
+    intptr_t stride;  // elements between rows
+    int32_t width;
+    int32_t height;
+    int32_t phase;  // BayerPhase: bit 1 set when row 0 begins with a green sample
+};
+
+// Green at the colour sites, rows of parity 0 then 1, reading the mosaic from `odd` for even rows and from
+// `even` for odd rows and writing `g` only.
+using HAGreenKernel = void (*)(const HAPlanes& planes);
+// Each colour at the green sites (horizontal pass, then vertical), from the interpolated green.
+using HAColourAtGreenKernel = void (*)(const HAPlanes& planes);
+// Each colour at the sites of the other colour, from its diagonal neighbours.
+using HAColourAtColourKernel = void (*)(const HAPlanes& planes);
+
+// Output reduction of one plane in place. `plane` is element (0, 0), `stride` elements between rows.
+// `inDepth` and `outDepth` are the stage's input and output bit depths; `rowScratch` holds at least
+// 2 * (2 * width + 64) bytes, 32-byte aligned, for the kernels that want it.
+using HAReduceKernel = void (*)(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale,
+                                int32_t inDepth, int32_t outDepth, uint8_t* rowScratch);
+
+struct HAKernelSet {
+    HAGreenKernel green;
+    HAColourAtGreenKernel colourAtGreen;
+    HAColourAtColourKernel colourAtColour;
+    HAReduceKernel reduce;
+};
+
+void HAGreenScalar(const HAPlanes& planes);
+void HAColourAtGreenScalar(const HAPlanes& planes);
+void HAColourAtColourScalar(const HAPlanes& planes);
+void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
+                    int32_t outDepth, uint8_t* rowScratch);
+
+void HAGreenAvx2(const HAPlanes& planes);
+void HAColourAtGreenAvx2(const HAPlanes& planes);
+void HAColourAtColourAvx2(const HAPlanes& planes);
+void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
+                  int32_t outDepth, uint8_t* rowScratch);
+
+// The scalar set, or the AVX2 set when `avx2` is true.
+const HAKernelSet& HAKernelsFor(bool avx2);

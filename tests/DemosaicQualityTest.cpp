@@ -1,0 +1,216 @@
+// Demosaicking quality as a check of correctness: the 24 Kodak images are mosaicked in each Bayer order,
+// demosaicked at scale 1 and compared with the originals by CPSNR. Each algorithm, computed exactly, lands on one
+// known mean; any other figure means a fault somewhere in its arithmetic, its phases or its borders.
+#include "TestSupport.h"
+
+#include "demosaic/NewDeBayer.h"
+#include "primitives/ProcessorLevel.h"
+
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int imageCount = 24;
+constexpr uint32_t borderPixels = 10;  // left out of the comparison on every side
+constexpr double tolerance = 0.005;    // dB; the figures are given to two decimals
+
+const uint32_t bayerFormats[] = {PixelFormat::BayerRGGB, PixelFormat::BayerGRBG, PixelFormat::BayerBGGR,
+                                 PixelFormat::BayerGBRG};
+
+struct Picture {
+    std::string name;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<uint8_t> rgb;  // 3 bytes a pixel, rows without padding
+};
+
+struct PictureSet {
+    std::vector<Picture> pictures;
+    std::string skipReason;  // set when the folder or an image is missing
+    std::string failure;     // set when an image exists but cannot be used
+};
+
+// libpng reports errors by longjmp, so the jump stays in a frame with no objects to destroy.
+bool ReadPngRows(FILE* file, png_structp png, png_infop info) {
+    if (setjmp(png_jmpbuf(png))) return false;
+    png_init_io(png, file);
+    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    return true;
+}
+
+// An 8-bit RGB PNG as it is stored: no gamma or colour conversion, which would change the reference.
+std::string ReadPicture(const std::string& path, Picture& picture) {
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return "cannot open " + path;
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    std::string error;
+    if (info == nullptr) {
+        error = "libpng could not start on " + path;
+    } else if (!ReadPngRows(file, png, info)) {
+        error = "libpng could not read " + path;
+    } else if (png_get_bit_depth(png, info) != 8 || png_get_color_type(png, info) != PNG_COLOR_TYPE_RGB) {
+        error = path + " is not 8-bit RGB";
+    } else {
+        // Stages take widths that are multiples of 16 and even heights: the image is cut at its right and bottom
+        // edges, which keeps the Bayer phase of every site.
+        const uint32_t fullWidth = png_get_image_width(png, info);
+        picture.width = fullWidth / 16 * 16;
+        picture.height = png_get_image_height(png, info) / 2 * 2;
+        picture.rgb.resize(size_t(picture.width) * picture.height * 3);
+        png_bytepp rows = png_get_rows(png, info);
+        for (uint32_t y = 0; y < picture.height; ++y)
+            std::copy(rows[y], rows[y] + picture.width * 3, picture.rgb.begin() + size_t(y) * picture.width * 3);
+    }
+    png_destroy_read_struct(&png, info ? &info : nullptr, nullptr);
+    std::fclose(file);
+    return error;
+}
+
+const PictureSet& KodakPictures() {
+    static const PictureSet set = [] {
+        PictureSet loaded;
+        for (int i = 1; i <= imageCount; ++i) {
+            char name[16];
+            std::snprintf(name, sizeof name, "kodim%02d.png", i);
+            const std::string path = std::string(FRAMEFEED_KODAK_DIR) + "/" + name;
+            if (FILE* probe = std::fopen(path.c_str(), "rb")) {
+                std::fclose(probe);
+            } else {
+                loaded.skipReason = "Kodak image " + path + " not found (configure FRAMEFEED_KODAK_DIR)";
+                return loaded;
+            }
+            Picture picture;
+            picture.name = name;
+            loaded.failure = ReadPicture(path, picture);
+            if (!loaded.failure.empty()) return loaded;
+            loaded.pictures.push_back(std::move(picture));
+        }
+        return loaded;
+    }();
+    return set;
+}
+
+// The site's channel (0 red, 1 green, 2 blue); row 0 of the four orders begins R G, G R, B G and G B.
+int ChannelAt(uint32_t format, uint32_t x, uint32_t y) {
+    const uint32_t redX = format == PixelFormat::BayerGRBG || format == PixelFormat::BayerBGGR;
+    const uint32_t redY = format == PixelFormat::BayerBGGR || format == PixelFormat::BayerGBRG;
+    const bool onRedColumn = (x & 1) == redX;
+    const bool onRedRow = (y & 1) == redY;
+    return onRedColumn && onRedRow ? 0 : !onRedColumn && !onRedRow ? 2 : 1;
+}
+
+void Mosaic(const Picture& picture, uint32_t format, std::vector<uint8_t>& mosaic) {
+    mosaic.resize(size_t(picture.width) * picture.height);
+    for (uint32_t y = 0; y < picture.height; ++y)
+        for (uint32_t x = 0; x < picture.width; ++x)
+            mosaic[size_t(y) * picture.width + x] =
+                picture.rgb[(size_t(y) * picture.width + x) * 3 + ChannelAt(format, x, y)];
+}
+
+// PSNR over R, G and B together, peak 255, without the border.
+double Cpsnr(const Picture& picture, const std::vector<uint8_t>& output, uint32_t bytesPerPixel) {
+    uint64_t squaredErrors = 0;
+    for (uint32_t y = borderPixels; y < picture.height - borderPixels; ++y)
+        for (uint32_t x = borderPixels; x < picture.width - borderPixels; ++x) {
+            const uint8_t* original = &picture.rgb[(size_t(y) * picture.width + x) * 3];
+            const uint8_t* result = &output[(size_t(y) * picture.width + x) * bytesPerPixel];
+            for (int c = 0; c < 3; ++c) {
+                const int difference = int(original[c]) - int(result[c]);
+                squaredErrors += uint64_t(difference * difference);
+            }
+        }
+    const double samples = 3.0 * (picture.width - 2 * borderPixels) * (picture.height - 2 * borderPixels);
+    const double mse = double(squaredErrors) / samples;
+    return mse == 0 ? INFINITY : 10 * std::log10(255.0 * 255.0 / mse);
+}
+
+struct Stage {
+    uint32_t selector;
+    ImageFormat out;
+    const char* name;
+};
+
+const Stage fastStage{0, {PixelFormat::RGB, 8, 24}, "DeBayerLQ"};
+const Stage haStage{1, {PixelFormat::RGBX, 8, 32}, "HA"};
+
+// CPSNR of every image in every order at scale 1, image by image; stages are made at the level in force.
+void MeasureCpsnr(const Stage& stage, std::vector<double>& figures) {
+    figures.clear();
+    const uint32_t bytesPerPixel = stage.out.bitsPerPixel / 8;
+    std::vector<uint8_t> mosaic, output;
+    for (const Picture& picture : KodakPictures().pictures) {
+        for (const uint32_t format : bayerFormats) {
+            SCOPED_TRACE(picture.name + " in Bayer format " + std::to_string(format));
+            const ImageFormat in{format, 8, 8};
+            std::unique_ptr<ImageProcessing> demosaic(
+                NewDeBayer(picture.width, picture.height, &in, &stage.out, 1, stage.selector, nullptr));
+            ASSERT_NE(demosaic, nullptr) << "NewDeBayer selector " << stage.selector << " yielded no " << stage.name
+                                         << " stage for " << picture.width << " x " << picture.height;
+            ASSERT_EQ(demosaic->OutputSize(), picture.width * picture.height * bytesPerPixel);
+            Mosaic(picture, format, mosaic);
+            output.assign(demosaic->OutputSize(), 0);
+            ASSERT_EQ(demosaic->Process(mosaic.data(), output.data(), nullptr), demosaic->OutputSize());
+            figures.push_back(Cpsnr(picture, output, bytesPerPixel));
+        }
+    }
+}
+
+double Mean(const std::vector<double>& figures) {
+    double sum = 0;
+    for (const double figure : figures) sum += figure;
+    return sum / double(figures.size());
+}
+
+// Restores the processor's own level however the test ends.
+struct ForcedLevel {
+    explicit ForcedLevel(int32_t level) { PxForceProcessorLevel(level); }
+    ~ForcedLevel() { PxForceProcessorLevel(PxLevelUnset); }
+};
+
+class DemosaicQuality : public testing::Test {
+protected:
+    void SetUp() override {
+        const PictureSet& set = KodakPictures();
+        if (!set.skipReason.empty()) GTEST_SKIP() << set.skipReason;
+        ASSERT_TRUE(set.failure.empty()) << set.failure;
+    }
+};
+
+TEST_F(DemosaicQuality, FastPathAtScale1) {
+    std::vector<double> figures;
+    ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(fastStage, figures));
+    std::printf("DeBayerLQ scale 1: mean CPSNR %.4f dB over %zu images and orders\n", Mean(figures), figures.size());
+    EXPECT_NEAR(Mean(figures), 29.68, tolerance);
+}
+
+// Both forms are measured; the vector form must compute exactly what its scalar twin does, image by image.
+TEST_F(DemosaicQuality, HamiltonAdamsAtScale1InBothForms) {
+    const int32_t naturalLevel = PxChooseRow(PxFeatureMask());
+    std::vector<double> natural, scalar;
+    {
+        const ForcedLevel forced(naturalLevel);
+        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(haStage, natural));
+    }
+    {
+        const ForcedLevel forced(PxLevelSse2);
+        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(haStage, scalar));
+    }
+    std::printf("HA scale 1: mean CPSNR %.4f dB at processor level %d, %.4f dB at the scalar level\n",
+                Mean(natural), naturalLevel, Mean(scalar));
+    EXPECT_NEAR(Mean(natural), 36.60, tolerance);
+    EXPECT_NEAR(Mean(scalar), 36.60, tolerance);
+    EXPECT_EQ(natural, scalar);
+}
+
+}  // namespace
