@@ -416,7 +416,7 @@ void RegisterHA(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
         const std::string s = std::to_string(scale);
         for (const LevelCase& level : levels)
             add("HA /" + s + " " + level.name + " / HA /1", "HA/" + s + "/" + level.name + "/scale1", scale, level,
-                HaPeer::Scale1, 1.0);
+                HaPeer::Scale1, benchsupport::TargetAt(level, 1.0));
     }
 }
 

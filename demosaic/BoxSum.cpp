@@ -7,37 +7,47 @@
 namespace {
 
 // The window sums of one row, r elements to either side. The ring's row parity flips on every row, and a row
-// whose turn makes it positive is skipped without writing anything: its ring row keeps its zeros. dst may be the
-// line buffer (n + 2 r + 2 doubles), since the last loop runs upward and reads at or ahead of what it writes.
-void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_t r, int32_t& rowParity) {
+// whose turn makes it positive is skipped without writing anything: its ring row keeps its zeros.
+//
+// The line buffer (n + 2 r + 2 doubles) holds r + 1 zeros, then the running sums: element r + 1 + i sums source
+// elements 0 to i, and elements past the end stand for the total. Element i of dst is line element i + 2 r + 1
+// minus line element i. Both steps run in one upward pass, the difference trailing the running sum by 2 r + 1
+// elements, so dst may be the line buffer itself: each line element is read before dst overwrites it.
+//
+// `upcoming` (null or `upcomingCount` doubles) is memory the caller writes soon: it is fetched into the cache
+// while the running sum, bound by the latency of its additions, leaves the memory unit idle.
+void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_t r, int32_t& rowParity,
+               const double* upcoming = nullptr, uint32_t upcomingCount = 0) {
     rowParity = -rowParity;
     if (rowParity > 0) return;
     if (r == 0) {
         if (dst != src) PxCopy_64f(src, dst, int32_t(n));
         return;
     }
-    // r + 1 zeros, the running sums (element r + 1 + i sums source elements 0 to i), r + 1 copies of the total.
-    // The sum starts from +0.0, so a -0.0 source never makes a -0.0 sum.
-    double* sums = line + r + 1;
+    r = std::min(r, n);
     for (uint32_t k = 0; k <= r; ++k) line[k] = 0.0;
+    double* sums = line + r + 1;
+    // The sum starts from +0.0, so a -0.0 source never makes a -0.0 sum.
     double total = 0.0;
-    for (uint32_t i = 0; i < n; ++i) {
+    for (uint32_t i = 0; i < r; ++i) {
         total += src[i];
         sums[i] = total;
     }
-    for (uint32_t k = 0; k <= r; ++k) sums[n + k] = total;
-    const double* ahead = line + 2 * r + 1;
-    uint32_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        // All four loads come before the stores, so dst == line is safe within the block too.
-        const double d0 = ahead[i] - line[i], d1 = ahead[i + 1] - line[i + 1];
-        const double d2 = ahead[i + 2] - line[i + 2], d3 = ahead[i + 3] - line[i + 3];
-        dst[i] = d0;
-        dst[i + 1] = d1;
-        dst[i + 2] = d2;
-        dst[i + 3] = d3;
+    uint32_t i = r;
+    for (uint32_t fetched = 0; fetched < upcomingCount && i + 4 <= n; fetched += 8) {
+        __builtin_prefetch(upcoming + fetched, 1);
+        for (uint32_t k = 0; k < 4; ++k, ++i) {
+            total += src[i];
+            sums[i] = total;
+            dst[i - r] = total - line[i - r];
+        }
     }
-    for (; i < n; ++i) dst[i] = ahead[i] - line[i];
+    for (; i < n; ++i) {
+        total += src[i];
+        sums[i] = total;
+        dst[i - r] = total - line[i - r];
+    }
+    for (uint32_t i = n - r; i < n; ++i) dst[i] = total - line[i];
 }
 
 // Whole-row steps of the vertical pass; every operand is a different row.
@@ -122,7 +132,12 @@ void BoxSum(BoxRing& ring, ImageBuffer64& image, uint32_t windowWidth, uint32_t 
     double* const rows = ring.buffer.data;
     const auto ringRow = [&](uint32_t j) { return rows + size_t(j % ringRows) * lineLength; };
     const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
-    const auto feed = [&](uint32_t j) { BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity); };
+    // While a row is fed, the two output rows that follow the next one are fetched for writing: under a row
+    // parity half of the output rows are never read before they are written.
+    const auto feed = [&](uint32_t j) {
+        const uint32_t next = j - std::min(j, v) + 1, count = next < height ? std::min(height - next, 2u) * n : 0;
+        BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity, count ? out(next) : nullptr, count);
+    };
 
     // Start: output rows 0 to v from source rows 0 to 2 v.
     feed(0);

@@ -15,6 +15,8 @@
 
 #include <immintrin.h>
 
+#include <cstring>
+
 namespace {
 
 inline __m256i Load(const uint16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
@@ -30,7 +32,8 @@ inline __m256i Sites(__m256i v) {
 // `row` with its words of parity Q replaced by the low 16 bits of the lanes of `values`.
 template <int Q>
 inline __m256i Merge(__m256i row, __m256i values) {
-    return Q == 0 ? _mm256_blend_epi16(row, values, 0x55) : _mm256_blend_epi16(row, _mm256_slli_epi32(values, 16), 0xAA);
+    return Q == 0 ? _mm256_blend_epi16(row, values, 0x55)
+                  : _mm256_blend_epi16(row, _mm256_slli_epi32(values, 16), 0xAA);
 }
 
 // The neighbours at t - 1 and t + 1 of the parity-Q sites t of the 16 columns from `p`.
@@ -63,11 +66,18 @@ inline __m256i AlongPair(__m256i twoGreen, __m256i green1, __m256i green2, __m25
 
 inline __m256i Abs(__m256i v) { return _mm256_abs_epi32(v); }
 
+// The kernels step through rows two apart, or through three planes at once, which the hardware prefetcher
+// follows poorly: each group asks for the rows the next row will need.
+inline void Prefetch(const uint16_t* p) { _mm_prefetch(reinterpret_cast<const char*>(p), _MM_HINT_T0); }
+
 // Green at the parity-Q sites of one row, from the mosaic row `m`.
 template <int Q>
 void GreenRow(const uint16_t* m, uint16_t* g, intptr_t stride, int32_t width) {
     for (int32_t x = 0; x < width; x += 16) {
         const uint16_t* s = m + x;
+        Prefetch(s + 3 * stride);
+        Prefetch(s + 4 * stride);
+        Prefetch(g + x + 2 * stride);
         const __m256i left = Load(s - 2);
         const __m256i centre = Load(s);
         const __m256i right = Load(s + 2);
@@ -93,9 +103,15 @@ void GreenRow(const uint16_t* m, uint16_t* g, intptr_t stride, int32_t width) {
 
 // Both colours at the parity-Q green sites of one row: the row's own colour from its left and right
 // neighbours, the other colour from the rows above and below. The two results go to different planes.
+// The own row is read two columns beside the 16 being written: at parity 0 the read reaches to the left, so
+// the row is walked from the right, and no read overlaps the previous group's store (a partial overlap would
+// wait for the store to retire).
 template <int Q>
 void ColourAtGreenRow(const uint16_t* g, uint16_t* own, uint16_t* other, intptr_t stride, int32_t width) {
-    for (int32_t x = 0; x < width; x += 16) {
+    for (int32_t i = 0; i < width; i += 16) {
+        const int32_t x = Q == 0 ? width - 16 - i : i;
+        Prefetch(g + x + 2 * stride);
+        Prefetch(own + x + 2 * stride);
         const __m256i twoGreen = _mm256_slli_epi32(Sites<Q>(Load(g + x)), 1);
         __m256i gl, gr, ol, orr;
         Beside<Q>(g + x, gl, gr);
@@ -116,6 +132,9 @@ void ColourAtGreenRow(const uint16_t* g, uint16_t* own, uint16_t* other, intptr_
 template <int Q>
 void ColourAtColourRow(const uint16_t* g, uint16_t* x, intptr_t stride, int32_t width) {
     for (int32_t c = 0; c < width; c += 16) {
+        Prefetch(g + c + 2 * stride);
+        Prefetch(x + c + 2 * stride);
+        Prefetch(x + c + 3 * stride);
         const __m256i twoGreen = _mm256_slli_epi32(Sites<Q>(Load(g + c)), 1);
         __m256i gul, gur, gdl, gdr, xul, xur, xdl, xdr;
         Beside<Q>(g + c - stride, gul, gur);
@@ -257,16 +276,17 @@ inline __m128i Scale16Chunk(const uint16_t* row, intptr_t stride, int32_t vector
         const uint16_t* r = row + n * stride;
         // Rounding added to the low words only keeps the cleared high words zero.
         const __m256i rounding = _mm256_set1_epi32(4);
-        const __m256i first =
-            _mm256_srli_epi16(_mm256_add_epi16(QuadSums(LoadOrZero(r, 0, vectors), LoadOrZero(r, 1, vectors)), rounding), 3);
-        const __m256i second =
-            _mm256_srli_epi16(_mm256_add_epi16(QuadSums(LoadOrZero(r, 2, vectors), LoadOrZero(r, 3, vectors)), rounding), 3);
+        const __m256i first = _mm256_srli_epi16(
+            _mm256_add_epi16(QuadSums(LoadOrZero(r, 0, vectors), LoadOrZero(r, 1, vectors)), rounding), 3);
+        const __m256i second = _mm256_srli_epi16(
+            _mm256_add_epi16(QuadSums(LoadOrZero(r, 2, vectors), LoadOrZero(r, 3, vectors)), rounding), 3);
         // Pairs of the 4-column means, lane 0 the first two of each 16 columns, lane 1 the last two.
         const __m256i pairs = _mm256_madd_epi16(_mm256_packus_epi32(first, second), _mm256_set1_epi16(1));
         const __m128i sixteens = _mm_add_epi16(_mm256_castsi256_si128(pairs), _mm256_extracti128_si256(pairs, 1));
         total = _mm_add_epi16(total, _mm_srli_epi16(_mm_add_epi16(sixteens, _mm_set1_epi32(2)), 2));
     }
-    const __m128i result = _mm_and_si128(_mm_srli_epi16(_mm_add_epi16(total, _mm_set1_epi16(32)), 6), _mm_set1_epi32(0xFFFF));
+    const __m128i result =
+        _mm_and_si128(_mm_srli_epi16(_mm_add_epi16(total, _mm_set1_epi16(32)), 6), _mm_set1_epi32(0xFFFF));
     const __m128i words = _mm_min_epu16(_mm_packus_epi32(result, result), _mm_set1_epi16(255));
     return _mm_packus_epi16(words, words);
 }
@@ -311,8 +331,10 @@ void ReduceBlocks(uint16_t* plane, intptr_t stride, int32_t width, int32_t heigh
                     _mm_storeu_si128(reinterpret_cast<__m128i*>(o), bytes);
                 else if (scale == 8)
                     _mm_storel_epi64(reinterpret_cast<__m128i*>(o), bytes);
-                else
-                    StorePart(o, bytes, 4);
+                else {
+                    const int32_t four = _mm_cvtsi128_si32(bytes);
+                    std::memcpy(o, &four, 4);
+                }
             } else {
                 StorePart(o, bytes, vectors * perChunk / 4);
             }
@@ -370,6 +392,7 @@ void HAColourAtColourAvx2(const HAPlanes& planes) {
 
 void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
                   int32_t outDepth, uint8_t* /*rowScratch*/) {
+    // The block reductions keep their row sums in registers, a 64-column group at a time: no scratch is needed.
     const int32_t maxValue = static_cast<uint16_t>((outDepth >= 16 ? 0u : 1u << outDepth) - 1u);
     // sat8 after the min with maxValue: one min with the smaller of the two.
     const int32_t byteLimit = maxValue < 255 ? maxValue : 255;

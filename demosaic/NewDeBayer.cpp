@@ -2,6 +2,7 @@
 
 #include "demosaic/DeBayerLQ.h"
 #include "demosaic/HA.h"
+#include "demosaic/LPAICIa.h"
 #include "stream/StageCreators.h"
 
 // Selectors: 0 the fast stage, 1 Hamilton-Adams. Those whose classes are not part of this library yet yield
@@ -14,6 +15,7 @@ ImageProcessing* NewDeBayer(uint32_t width, uint32_t height, const ImageFormat* 
     switch (selector) {
         case 0: return CreateStage<DeBayerLQ>(width, height, &inCopy, &outCopy, scale, selector, nullptr);
         case 1: return CreateStage<HA>(width, height, &inCopy, &outCopy, scale, selector, nullptr);
+        case 2: return CreateStage<LPAICIa>(width, height, &inCopy, &outCopy, scale, selector, nullptr);
         default: return nullptr;
     }
 }

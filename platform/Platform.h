@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace platform {
@@ -59,6 +60,10 @@ void PlainFree(void* block);
 void FailAllocationAfter(uint32_t count);
 // True when the allocation being made is the one FailAllocationAfter chose.
 bool AllocationFaultDue();
+
+// Opens a file named by a UTF-8 path for binary reading, or for binary writing (created or truncated); null
+// when it cannot be opened. Folders are never created.
+std::FILE* OpenBinaryFile(const std::string& path, bool forWriting);
 
 // The machine's common application data folder, in UTF-8, without a trailing separator.
 std::string CommonAppDataFolder();

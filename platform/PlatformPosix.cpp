@@ -83,6 +83,10 @@ void AlignedFree(void* block) {
     if (block != nullptr) std::free(PrefixOf(block)->raw);
 }
 
+std::FILE* OpenBinaryFile(const std::string& path, bool forWriting) {
+    return std::fopen(path.c_str(), forWriting ? "wb" : "rb");
+}
+
 std::string CommonAppDataFolder() {
     const char* folder = std::getenv("PROGRAMDATA");
     std::string path = (folder != nullptr && *folder != '\0') ? folder : "/var/lib";

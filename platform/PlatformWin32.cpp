@@ -71,6 +71,10 @@ void* AlignedRealloc(void* block, size_t size, size_t alignment) {
 
 void AlignedFree(void* block) { _aligned_free(block); }
 
+std::FILE* OpenBinaryFile(const std::string& path, bool forWriting) {
+    return _wfopen(ToWide(path).c_str(), forWriting ? L"wb" : L"rb");
+}
+
 std::string CommonAppDataFolder() {
     wchar_t folder[MAX_PATH] = {};
     if (FAILED(SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder))) return std::string();

@@ -1,5 +1,6 @@
 // The four functions the host finds in the shared library.
 #include "perf/PerformanceEstimate.h"
+#include "perf/StartupBenchmark.h"
 #include "stream/FrameFeed.h"
 #include "stream/Log.h"
 
@@ -7,7 +8,7 @@ extern "C" {
 
 FRAMEFEED_API bool FRAMEFEED_CALL CreateStreamer(LogSink logSink) {
     SetLogSink(logSink);
-    return true;
+    return LoadOrMeasurePerformance();
 }
 
 FRAMEFEED_API void FRAMEFEED_CALL DestroyStreamer() {}

@@ -1,5 +1,7 @@
 #include "stream/FrameFeed.h"
 
+#include "stream/FormatFamilies.h"
+
 #include "demosaic/NewDeBayer.h"
 #include "stream/Log.h"
 #include "stream/StageCreators.h"
@@ -13,10 +15,6 @@ namespace {
 constexpr size_t chainAlignment = 32;
 constexpr uint32_t poolBuffersMulti = 4;
 
-bool IsBayer(uint32_t format) { return format >= PixelFormat::BayerRGGB && format <= PixelFormat::BayerGBRG; }
-bool IsRgb(uint32_t format) { return format == PixelFormat::RGB || format == PixelFormat::RGBX; }
-bool IsPackedYuv(uint32_t format) { return format >= PixelFormat::PackedYUVCode8 && format <= PixelFormat::PackedYUVCode13; }
-bool IsPlanarYuv(uint32_t format) { return format >= PixelFormat::YUV420P && format <= PixelFormat::YUV444P; }
 
 void AppendNode(FreeList& list, FreeListNode* node) {
     FreeListNode* sentinel = list.sentinel;
@@ -159,9 +157,7 @@ bool FrameFeed::BuildChain() {
             return false;
     } else {
         const bool bayer = IsBayer(format);
-        const bool mustReduce = format == PixelFormat::Mono || IsRgb(format) || IsPlanarYuv(format) ||
-                                (bayer && wanted.demosaic == 0) || (bayer && wanted.demosaic == 1 && s > 1);
-        if (mustReduce && wanted.keepHighBpp != 0) {
+        if (MustReduceDeepData(format, wanted.demosaic, s) && wanted.keepHighBpp != 0) {
             Log(LogFailure, "FrameFeed: Can't keep high BPP");
             return false;
         }

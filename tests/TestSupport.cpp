@@ -1,5 +1,9 @@
 #include "TestSupport.h"
 
+#include "perf/PerfTable.h"
+#include "perf/StartupBenchmark.h"
+#include "perf/VersionStamp.h"
+#include "platform/Platform.h"
 #include "primitives/ProcessorLevel.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +11,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 namespace {
 std::mutex logMutex;
@@ -18,6 +25,7 @@ bool keepPayloads = true;
 }  // namespace
 
 void LogCapture::Install() {
+    ProvideBenchmarkCache();
     CreateStreamer(&LogCapture::Sink);
     Take();
 }
@@ -127,4 +135,43 @@ std::vector<int32_t> SupportedLevels() {
     if (natural >= PxLevelAvx2) levels.push_back(PxLevelAvx2);
     if (natural >= PxLevelAvx512) levels.push_back(PxLevelAvx512);
     return levels;
+}
+
+std::vector<uint8_t> BenchmarkCacheBytes(uint32_t stamp, const PerfTable& table) {
+    std::vector<uint8_t> bytes;
+    for (int i = 0; i < 4; ++i) bytes.push_back(uint8_t(stamp >> (8 * i)));
+    for (const uint64_t cell : table.cells)
+        for (int i = 0; i < 8; ++i) bytes.push_back(uint8_t(cell >> (8 * i)));
+    return bytes;
+}
+
+PerfTable MadeUpRates() {
+    PerfTable table{};
+    for (size_t i = 0; i < PerfTable::cellCount; ++i) table.cells[i] = 100000000 + 1000 * i;
+    return table;
+}
+
+void ProvideBenchmarkCache() {
+    static bool provided = false;
+    if (provided) return;
+    provided = true;
+#ifndef _WIN32
+    // Keep the tests' cache out of the machine's own folder.
+    if (std::getenv("PROGRAMDATA") == nullptr)
+        setenv("PROGRAMDATA", (testing::TempDir() + "framefeed-programdata").c_str(), 1);
+#endif
+    const std::filesystem::path path = std::filesystem::u8path(PerfCachePath());
+    std::error_code ignored;
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    const uint32_t stamp = HostVersionStamp();
+    std::ifstream existing(path, std::ios::binary);
+    std::vector<uint8_t> head(4);
+    if (existing.read(reinterpret_cast<char*>(head.data()), 4) &&
+        (head[0] | head[1] << 8 | head[2] << 16 | uint32_t(head[3]) << 24) == stamp) {
+        existing.seekg(0, std::ios::end);
+        if (existing.tellg() >= std::streamoff(4 + PerfTable::bytes)) return;
+    }
+    existing.close();
+    const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, MadeUpRates());
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }

@@ -4,6 +4,8 @@
 
 #include <framefeed/framefeed.h>
 
+#include "perf/PerfTable.h"
+
 #include <array>
 #include <functional>
 #include <cstdint>
@@ -17,7 +19,15 @@ struct LoggedMessage {
     bool operator==(const LoggedMessage& other) const { return level == other.level && text == other.text; }
 };
 
-// Records every message of the log sink, formatted.
+// CreateStreamer measures the machine unless it finds a cache file of this host's version. The tests provide
+// one with made-up rates (in a folder of their own where the platform allows), so no test waits for it.
+void ProvideBenchmarkCache();
+// The bytes of a cache file: the stamp, then the table, little-endian.
+std::vector<uint8_t> BenchmarkCacheBytes(uint32_t stamp, const PerfTable& table);
+// The rates of the tests' cache file: every cell a different nonzero figure.
+PerfTable MadeUpRates();
+
+// Records every message of the log sink, formatted. Install provides the benchmark cache first.
 class LogCapture {
 public:
     static void Install();  // CreateStreamer with this sink, and an empty record

@@ -1,0 +1,22 @@
+// Families of PixelFormat codes, and the rule that decides whether a stream's deep data must be reduced to
+// 8 bits before the rest of its chain; shared by the assembly and the cost estimate.
+#pragma once
+
+#include <framefeed/framefeed.h>
+
+#include <cstdint>
+
+inline bool IsBayer(uint32_t format) { return format >= PixelFormat::BayerRGGB && format <= PixelFormat::BayerGBRG; }
+inline bool IsRgb(uint32_t format) { return format == PixelFormat::RGB || format == PixelFormat::RGBX; }
+inline bool IsPackedYuv(uint32_t format) {
+    return format >= PixelFormat::PackedYUVCode8 && format <= PixelFormat::PackedYUVCode13;
+}
+inline bool IsPlanarYuv(uint32_t format) { return format >= PixelFormat::YUV420P && format <= PixelFormat::YUV444P; }
+
+// Formats whose stages read only 8-bit samples: Mono, RGB, planar YUV, and Bayer for the fast stage or for
+// Hamilton-Adams at a reducing scale.
+inline bool MustReduceDeepData(uint32_t format, uint32_t demosaic, uint32_t scale) {
+    const bool bayer = IsBayer(format);
+    return format == PixelFormat::Mono || IsRgb(format) || IsPlanarYuv(format) || (bayer && demosaic == 0) ||
+           (bayer && demosaic == 1 && scale > 1);
+}
