@@ -6,25 +6,20 @@
 
 namespace {
 
-// The window sums of one row, r elements to either side. The ring's row parity flips on every row, and a row
+// The window sums of one row, r (at most n) elements to either side. The ring's row parity flips on every row, and a row
 // whose turn makes it positive is skipped without writing anything: its ring row keeps its zeros.
 //
 // The line buffer (n + 2 r + 2 doubles) holds r + 1 zeros, then the running sums: element r + 1 + i sums source
-// elements 0 to i, and elements past the end stand for the total. Element i of dst is line element i + 2 r + 1
+// elements 0 to i, and every element past the last sum stands for the total. Element i of dst is line element i + 2 r + 1
 // minus line element i. Both steps run in one upward pass, the difference trailing the running sum by 2 r + 1
 // elements, so dst may be the line buffer itself: each line element is read before dst overwrites it.
-//
-// `upcoming` (null or `upcomingCount` doubles) is memory the caller writes soon: it is fetched into the cache
-// while the running sum, bound by the latency of its additions, leaves the memory unit idle.
-void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_t r, int32_t& rowParity,
-               const double* upcoming = nullptr, uint32_t upcomingCount = 0) {
+void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_t r, int32_t& rowParity) {
     rowParity = -rowParity;
     if (rowParity > 0) return;
     if (r == 0) {
         if (dst != src) PxCopy_64f(src, dst, int32_t(n));
         return;
     }
-    r = std::min(r, n);
     for (uint32_t k = 0; k <= r; ++k) line[k] = 0.0;
     double* sums = line + r + 1;
     // The sum starts from +0.0, so a -0.0 source never makes a -0.0 sum.
@@ -33,16 +28,7 @@ void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_
         total += src[i];
         sums[i] = total;
     }
-    uint32_t i = r;
-    for (uint32_t fetched = 0; fetched < upcomingCount && i + 4 <= n; fetched += 8) {
-        __builtin_prefetch(upcoming + fetched, 1);
-        for (uint32_t k = 0; k < 4; ++k, ++i) {
-            total += src[i];
-            sums[i] = total;
-            dst[i - r] = total - line[i - r];
-        }
-    }
-    for (; i < n; ++i) {
+    for (uint32_t i = r; i < n; ++i) {
         total += src[i];
         sums[i] = total;
         dst[i - r] = total - line[i - r];
@@ -132,12 +118,7 @@ void BoxSum(BoxRing& ring, ImageBuffer64& image, uint32_t windowWidth, uint32_t 
     double* const rows = ring.buffer.data;
     const auto ringRow = [&](uint32_t j) { return rows + size_t(j % ringRows) * lineLength; };
     const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
-    // While a row is fed, the two output rows that follow the next one are fetched for writing: under a row
-    // parity half of the output rows are never read before they are written.
-    const auto feed = [&](uint32_t j) {
-        const uint32_t next = j - std::min(j, v) + 1, count = next < height ? std::min(height - next, 2u) * n : 0;
-        BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity, count ? out(next) : nullptr, count);
-    };
+    const auto feed = [&](uint32_t j) { BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity); };
 
     // Start: output rows 0 to v from source rows 0 to 2 v.
     feed(0);

@@ -3,9 +3,10 @@
 // reciprocal root of its own mean squared error, and the averaged line is evaluated at the pixel. Statistics are
 // double planes; inputs and outputs are float planes of raw sensor units, epsilon is in those units squared.
 //
-// Every operation throws false on null data, operands of different sizes, a width that is no multiple of 8 or an
-// odd height (the site operations cannot cover such planes), or a failed allocation; every buffer is released
-// while the exception unwinds. Empty operands give empty outputs. Outputs must be buffers other than the inputs.
+// Every operation throws false on null data, operands of different sizes or a failed allocation, and the fitting
+// operations also on a width that is no multiple of 8 or an odd height, which the site operations cannot cover;
+// every buffer is released while the exception unwinds. Empty operands give empty outputs. Outputs must be
+// buffers other than the inputs.
 #pragma once
 
 #include "demosaic/BoxSum.h"

@@ -47,24 +47,24 @@ HAPlanes HA::Planes() const {
 bool HA::Interpolate(const void* src, int32_t srcStride) {
     const HAPlanes planes = Planes();
     const intptr_t stride = planes.stride;
-    // Working samples are the sensor's times 8: three fraction bits.
+    // Working samples are the sensor's times 8: three fraction bits. All three planes start as the mirrored
+    // mosaic; each is loaded and mirrored here rather than copied from the green plane afterwards, which gives
+    // the same samples everywhere the steps read in one pass less over the frame.
     for (uint32_t y = 0; y < height; ++y) {
         const uint8_t* s = static_cast<const uint8_t*>(src) + intptr_t(y) * srcStride;
         uint16_t* g = planeG + intptr_t(y) * stride;
+        uint16_t* even = planeEven + intptr_t(y) * stride;
+        uint16_t* odd = planeOdd + intptr_t(y) * stride;
         if (inFormat.bitDepth <= 8) {
-            for (uint32_t x = 0; x < width; ++x) g[x] = uint16_t(s[x] << 3);
+            for (uint32_t x = 0; x < width; ++x) g[x] = even[x] = odd[x] = uint16_t(s[x] << 3);
         } else {
-            for (uint32_t x = 0; x < width; ++x) g[x] = uint16_t((s[2 * x] | s[2 * x + 1] << 8) << 3);
+            for (uint32_t x = 0; x < width; ++x) g[x] = even[x] = odd[x] = uint16_t((s[2 * x] | s[2 * x + 1] << 8) << 3);
         }
     }
     const PxSize source{int32_t(width), int32_t(height)};
     const PxSize withRing{int32_t(width) + 2 * ring, int32_t(height) + 2 * ring};
-    PxCopyMirrorBorder_16u_I(planeG, planeStride, source, withRing, ring, ring);
-    // The whole mirrored mosaic, ring and slack included, into both colour planes.
-    const uint16_t* corner = planeG - ring * stride - ring;
-    const int32_t elements = int32_t((width + 32) * (height + 2 * ring));
-    PxCopy_16u(corner, planeEven - ring * stride - ring, elements);
-    PxCopy_16u(corner, planeOdd - ring * stride - ring, elements);
+    for (uint16_t* plane : {planeG, planeEven, planeOdd})
+        PxCopyMirrorBorder_16u_I(plane, planeStride, source, withRing, ring, ring);
 
     kernels->green(planes);
     PxCopyMirrorBorder_16u_I(planeG, planeStride, source, withRing, ring, ring);

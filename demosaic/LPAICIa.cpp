@@ -11,13 +11,6 @@ namespace {
 
 constexpr int32_t ring = 2;  // rows above and below, columns left and right, of the mosaic and the site planes
 
-// Round to nearest, ties to even, by the float's own rounding: exact for |t| below 2^22, far above any
-// difference of 16-bit samples. Plain arithmetic, so the loops around it vectorise.
-inline float RoundEven(float t) {
-    const float shifter = 12582912.0f;  // 1.5 * 2^23
-    return (t + shifter) - shifter;
-}
-
 inline uint16_t Limit(float value, float top) {
     value = value > 0.0f ? value : 0.0f;
     value = value < top ? value : top;
@@ -30,6 +23,13 @@ T* At(T* plane, int32_t stepBytes, int32_t row) {
 }
 
 }  // namespace
+
+// By the float's own rounding: exact for |t| below 2^22, far above any difference of 16-bit samples, and plain
+// arithmetic, so the loops around it vectorise.
+float LPAICIa::RoundHalfEven(float t) {
+    const float shifter = 12582912.0f;  // 1.5 * 2^23
+    return (t + shifter) - shifter;
+}
 
 LPAICIa::LPAICIa() {
     windows.BuildKernels(float(orderBlend));
@@ -185,7 +185,7 @@ void LPAICIa::BuildGreen() {
         const float* d = At(p == 0 ? siteDiff0 : siteDiff1, diffStride, y >> 1);
         uint16_t* out = planeG + intptr_t(y) * (resultStride / 2);
         for (int32_t i = 0; i < half; ++i) {
-            out[2 * i + q] = Limit(float(m[2 * i + q]) + RoundEven(0.25f * d[i]), top);
+            out[2 * i + q] = Limit(float(m[2 * i + q]) + RoundHalfEven(0.25f * d[i]), top);
             out[2 * i + 1 - q] = m[2 * i + 1 - q];
         }
     }
@@ -215,12 +215,12 @@ void LPAICIa::BuildColour(int k) {
             const float* e = At(cross, diffStride, j);
             const float* d = At(p == 0 ? siteDiff0 : siteDiff1, diffStride, j);
             for (int32_t i = 0; i < half; ++i)
-                out[2 * i + q] = Limit(float(m[2 * i + q]) - RoundEven(0.25f * (e[i] - d[i])), top);
+                out[2 * i + q] = Limit(float(m[2 * i + q]) - RoundHalfEven(0.25f * (e[i] - d[i])), top);
         }
         const int32_t g = 1 - q;
         for (int32_t i = 0; i < half; ++i) {
             const float sum = ((across[i] + across[i + 1]) + up[i]) + down[i];
-            out[2 * i + g] = Limit(float(m[2 * i + g]) - RoundEven(0.0625f * sum), top);
+            out[2 * i + g] = Limit(float(m[2 * i + g]) - RoundHalfEven(0.0625f * sum), top);
         }
     }
 }

@@ -24,6 +24,8 @@ public:
     bool GetResultPlanes(void* planes[3]) override;
 
     static constexpr uint32_t minimumHeight = 12;
+    // The reconstruction's rounding: to the nearest integer, ties to even.
+    static float RoundHalfEven(float t);
 
     // Tests only.
     double OrderBlend() const { return orderBlend; }

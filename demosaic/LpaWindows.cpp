@@ -109,6 +109,19 @@ void LpaWindows::AdvanceSite() {
     _mm_store_ps(forward + 8, _mm_shuffle_ps(f2, incoming, _MM_SHUFFLE(1, 0, 3, 2)));
 }
 
+int LpaIciChoice(const float lower[4], const float upper[4]) {
+    // The running intersection only shrinks, so the count stops at the first empty one.
+    int chosen = 0;
+    float largestLower = lower[0], smallestUpper = upper[0];
+    for (int l = 1; l < 4; ++l) {
+        largestLower = Max(lower[l], largestLower);
+        smallestUpper = Min(upper[l], smallestUpper);
+        if (!(smallestUpper >= largestLower)) break;
+        chosen = l;
+    }
+    return chosen;
+}
+
 void LpaAccumulateSiteScalar(const LpaWindows& windows, float* sum, float* weight) {
     const float* kernels[4] = {windows.kernel4, windows.kernel6, windows.kernel8, windows.kernel12};
     const int groups[4] = {1, 2, 2, 3};
@@ -136,15 +149,7 @@ void LpaAccumulateSiteScalar(const LpaWindows& windows, float* sum, float* weigh
             upper[l] = e[l] + half;
             q[l] = Reciprocal(v[l] + 1e-6f);
         }
-        // The running intersection only shrinks, so the count stops at the first empty one.
-        int chosen = 0;
-        float largestLower = lower[0], smallestUpper = upper[0];
-        for (int l = 1; l < 4; ++l) {
-            largestLower = Max(lower[l], largestLower);
-            smallestUpper = Min(upper[l], smallestUpper);
-            if (!(smallestUpper >= largestLower)) break;
-            chosen = l;
-        }
+        const int chosen = LpaIciChoice(lower, upper);
         *sum = *sum + q[chosen] * e[chosen];
         *weight = *weight + q[chosen];
     }

@@ -32,6 +32,10 @@ struct LpaWindows {
     void AdvanceSite();
 };
 
+// The ICI rule on the intervals of lengths 4, 6, 8 and 12: the index of the chosen length, that is the number of
+// lengths after 4 whose running intersection with all shorter ones is not empty, counting up to the first empty one.
+int LpaIciChoice(const float lower[4], const float upper[4]);
+
 // Adds, for the forward then the backward window, q * e of the length the ICI rule chose to *sum and q to
 // *weight, q being the approximate reciprocal of the estimate's variance plus 1e-6. The twin is the definition;
 // the AVX2 form runs both windows in the two halves of a 256-bit vector and gives the same bits.
