@@ -16,6 +16,32 @@ constexpr size_t chainAlignment = 32;
 constexpr uint32_t poolBuffersMulti = 4;
 
 
+// Bits per pixel the first stage reads from an 8-bit frame of this format; deeper frames are checked by the
+// stage that reads them (the bit-depth reduction or the high-quality demosaicking).
+uint32_t BitsPerPixelRead(uint32_t format) {
+    switch (format) {
+        case PixelFormat::RGB: return 24;
+        case PixelFormat::RGBX: return 32;
+        case PixelFormat::UYVY:
+        case PixelFormat::YUYV: return 16;
+        case PixelFormat::YUV420P:
+        case PixelFormat::YUV420PAlt:
+        case PixelFormat::YUV411P:
+        case PixelFormat::YUV411PAlt: return 12;
+        case PixelFormat::YUV422P: return 16;
+        case PixelFormat::YUV444P: return 24;
+        default: return 8;  // Mono, Bayer, and anything a stage would read as Mono
+    }
+}
+
+// Every size of the host contract is a 32-bit count of bytes: width x height x bits per pixel must fit.
+bool FitsContract(const StageSlot& slot) {
+    if (uint64_t(slot.width) * slot.height * slot.format.bitsPerPixel <= 0xFFFFFFFFull) return true;
+    Log(LogFailure, "FrameFeed: Frame too large for 32-bit sizes (%u * %u at %u bits per pixel)", slot.width,
+        slot.height, slot.format.bitsPerPixel);
+    return false;
+}
+
 void AppendNode(FreeList& list, FreeListNode* node) {
     FreeListNode* sentinel = list.sentinel;
     node->next = sentinel;
@@ -135,6 +161,13 @@ bool FrameFeed::BuildChain() {
         Log(LogFailure, "FrameFeed: Unsupported input YUV format (%u)", format);
         return false;
     }
+    // A frame that declares fewer bits than its first stage reads would be read past its end.
+    const auto tooFewBits = [&] {
+        if (config.bitDepth > 8 || config.bitsPerPixel >= BitsPerPixelRead(format)) return false;
+        Log(LogFailure, "FrameFeed: Too few bits per pixel (%u) for format %u at depth %d", config.bitsPerPixel,
+            format, config.bitDepth);
+        return true;
+    };
 
     if (IsPackedYuv(format)) {
         if (format != PixelFormat::UYVY && format != PixelFormat::YUYV) {
@@ -145,6 +178,7 @@ bool FrameFeed::BuildChain() {
             Log(LogFailure, "FrameFeed: Unsupported scale %u for YUV format %u", 1u, format);
             return false;
         }
+        if (tooFewBits() || !FitsContract(input)) return false;
         StageSlot& planar = OpenSlot();
         planar.format.bitDepth = 8;
         planar.format.format = s == 1 ? PixelFormat::YUV422P : PixelFormat::YUV444P;
@@ -152,10 +186,12 @@ bool FrameFeed::BuildChain() {
         planar.width /= s;
         planar.height /= s;
         const StageSlot& previous = slots[slotCount - 1];
-        if (!CloseSlot(NewYUVPlaner(previous.width, previous.height, &previous.format, &planar.format, s, 0, nullptr),
+        if (!FitsContract(planar) ||
+            !CloseSlot(NewYUVPlaner(previous.width, previous.height, &previous.format, &planar.format, s, 0, nullptr),
                        "FrameFeed: Unable to create NewYUVPlaner using given parameters"))
             return false;
     } else {
+        if (tooFewBits() || !FitsContract(input)) return false;
         const bool bayer = IsBayer(format);
         if (MustReduceDeepData(format, wanted.demosaic, s) && wanted.keepHighBpp != 0) {
             Log(LogFailure, "FrameFeed: Can't keep high BPP");
@@ -175,7 +211,8 @@ bool FrameFeed::BuildChain() {
                 reduced.format.bitsPerPixel = 32;
             }
             const StageSlot& previous = slots[slotCount - 1];
-            if (!CloseSlot(NewBitPacker(previous.width, previous.height, &previous.format, &reduced.format, 1, 0, nullptr),
+            if (!FitsContract(reduced) ||
+                !CloseSlot(NewBitPacker(previous.width, previous.height, &previous.format, &reduced.format, 1, 0, nullptr),
                            "FrameFeed: Unable to create BitPacker using given parameters"))
                 return false;
         }
@@ -196,7 +233,8 @@ bool FrameFeed::BuildChain() {
             colour.format.format = rgbx ? PixelFormat::RGBX : PixelFormat::RGB;
             colour.format.bitsPerPixel = rgbx ? 32 : 24;
             const StageSlot& previous = slots[slotCount - 1];
-            if (!CloseSlot(NewDeBayer(previous.width, previous.height, &previous.format, &colour.format, s, selector, nullptr),
+            if (!FitsContract(colour) ||
+                !CloseSlot(NewDeBayer(previous.width, previous.height, &previous.format, &colour.format, s, selector, nullptr),
                            "FrameFeed: Unable to create DeBayer using given parameters"))
                 return false;
         } else if (s > 1) {
@@ -204,7 +242,8 @@ bool FrameFeed::BuildChain() {
             scaled.width /= s;
             scaled.height /= s;
             const StageSlot& previous = slots[slotCount - 1];
-            if (!CloseSlot(NewScaler(previous.width, previous.height, &previous.format, &scaled.format, s, 1, nullptr),
+            if (!FitsContract(scaled) ||
+                !CloseSlot(NewScaler(previous.width, previous.height, &previous.format, &scaled.format, s, 1, nullptr),
                            "FrameFeed: Unable to create Scaler using given parameters"))
                 return false;
         }
@@ -212,6 +251,7 @@ bool FrameFeed::BuildChain() {
 
     if (wanted.compression == CompressionCode::Jpeg) {
         StageSlot& jpeg = OpenSlot();
+        if (!FitsContract(jpeg)) return false;
         jpeg.param = new float(wanted.quality);
         const StageSlot& previous = slots[slotCount - 1];
         ImageProcessing* compressor =
