@@ -195,7 +195,7 @@ void GuidedFilter::FilterPairLaplacian(ImageBuffer32& outFirst, ImageBuffer32& o
     ComputeMeans(first, second, q);
     Double(cross);
 
-    const uint32_t kernelWidth = 5, kernelHeight = 1;
+    const uint32_t kernelWidth = vertical == 0 ? 5 : 1, kernelHeight = vertical == 0 ? 1 : 5;
     ImageBuffer32 lapFirst, lapSecond;
     FilterImage(filterScratch, lapFirst, first, PxBorderMirror, kernelWidth, kernelHeight, lineLaplacian);
     FilterImage(filterScratch, lapSecond, second, PxBorderMirror, kernelWidth, kernelHeight, lineLaplacian);
