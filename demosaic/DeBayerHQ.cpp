@@ -92,7 +92,8 @@ bool DeBayerHQ::Init(uint32_t width, uint32_t height, const ImageFormat* in, con
         Log(LogFailure, "DeBayer (HQ): Invalid image alignment (%u * %u, Scale = %u)", width, height, scale);
         return false;
     }
-    if (int32_t(in->bitDepth) > 12) {
+    // Depths below 1 mean nothing and would make the algorithms' sample limits shift by a negative count.
+    if (int32_t(in->bitDepth) > 12 || int32_t(in->bitDepth) < 1) {
         Log(LogFailure, "DeBayer (HQ): Invalid image precision");
         return false;
     }

@@ -12,7 +12,7 @@ public:
     ~DeBayerHQ() override;
 
     // Refuses, in order and with a level 3 message each: a width that is no multiple of 16 or an odd height;
-    // an input depth above 12; an output other than RGBX; a scale above 1 for any algorithm but HA; a scale
+    // an input depth above 12 or below 1; an output other than RGBX; a scale above 1 for any algorithm but HA; a scale
     // above 1 with input deeper than 8 bits; input samples packed in a way this stage cannot read. A format
     // other than the four Bayer orders is refused without a message. Ends with AllocateWorkspace(param).
     bool Init(uint32_t width, uint32_t height, const ImageFormat* in, const ImageFormat* out, uint32_t scale,

@@ -20,8 +20,9 @@ public:
     void GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, uint32_t* planeHeight) override;
     bool GetResultPlanes(void* planes[3]) override;
 
-    // Tests only: the planes' layout.
+    // Tests only: the planes' layout, and the rows of a band of the pipelined steps.
     HAPlanes Planes() const;
+    int32_t BandRows() const;
 
 private:
     uint8_t* block = nullptr;       // the three planes, plain allocator

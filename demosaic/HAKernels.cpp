@@ -2,6 +2,7 @@
 #include "demosaic/HAKernels.h"
 
 #include <cstdlib>
+#include <initializer_list>
 
 namespace {
 
@@ -30,12 +31,30 @@ uint16_t Min(uint16_t a, uint16_t b) { return a < b ? a : b; }
 
 }  // namespace
 
-void HAGreenScalar(const HAPlanes& p) {
+void HALoadScalar(const HAPlanes& p, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
+                  int32_t endRow) {
+    for (int32_t y = firstRow; y < endRow; ++y) {
+        const uint8_t* s = static_cast<const uint8_t*>(src) + y * srcStride;
+        uint16_t* g = p.g + y * p.stride;
+        uint16_t* even = p.even + y * p.stride;
+        uint16_t* odd = p.odd + y * p.stride;
+        for (int32_t x = 0; x < p.width; ++x) {
+            const uint16_t sample = deep ? uint16_t(s[2 * x] | s[2 * x + 1] << 8) : s[x];
+            g[x] = even[x] = odd[x] = uint16_t(sample << 3);
+        }
+        for (uint16_t* row : {even, odd}) {
+            row[-2] = row[2], row[-1] = row[1];
+            row[p.width] = row[p.width - 2], row[p.width + 1] = row[p.width - 3];
+        }
+    }
+}
+
+void HAGreenScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow) {
     const intptr_t s = p.stride;
     for (int32_t k = 0; k < 2; ++k) {
         // The mosaic is read from a colour plane that this step does not write.
         const uint16_t* mosaic = k == 0 ? p.odd : p.even;
-        for (int32_t y = k; y < p.height; y += 2) {
+        for (int32_t y = firstRow + ((firstRow ^ k) & 1); y < endRow; y += 2) {
             const uint16_t* m = mosaic + y * s;
             uint16_t* g = p.g + y * s;
             for (int32_t x = ColourParity(p, y); x < p.width; x += 2) {
@@ -51,26 +70,26 @@ void HAGreenScalar(const HAPlanes& p) {
     }
 }
 
-void HAColourAtGreenScalar(const HAPlanes& p) {
+void HAColourAtGreenScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow) {
     const intptr_t s = p.stride;
     // Horizontal pass: the green sites of each row lie between samples of the row's own colour.
-    for (int32_t y = 0; y < p.height; ++y) {
+    for (int32_t y = firstRow; y < endRow; ++y) {
         uint16_t* x = ((y & 1) == 0 ? p.even : p.odd) + y * s;
         ColourAtGreenRow(p.g + y * s, x, 1, ColourParity(p, y) ^ 1, p.width);
     }
     // Vertical pass: the green sites of each row lie between samples of the other rows' colour.
-    for (int32_t y = 0; y < p.height; ++y) {
+    for (int32_t y = firstRow; y < endRow; ++y) {
         uint16_t* x = ((y & 1) == 0 ? p.odd : p.even) + y * s;
         ColourAtGreenRow(p.g + y * s, x, s, ColourParity(p, y) ^ 1, p.width);
     }
 }
 
-void HAColourAtColourScalar(const HAPlanes& p) {
+void HAColourAtColourScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow) {
     const intptr_t s = p.stride;
     for (int32_t k = 0; k < 2; ++k) {
         // The odd rows' colour at the even rows' colour sites, then the reverse.
         uint16_t* plane = k == 0 ? p.odd : p.even;
-        for (int32_t y = k; y < p.height; y += 2) {
+        for (int32_t y = firstRow + ((firstRow ^ k) & 1); y < endRow; y += 2) {
             const uint16_t* g = p.g + y * s;
             uint16_t* x = plane + y * s;
             for (int32_t c = ColourParity(p, y); c < p.width; c += 2) {
@@ -87,15 +106,15 @@ void HAColourAtColourScalar(const HAPlanes& p) {
 
 // Everything here is unsigned 16-bit arithmetic with wrap-around, and results are packed in place from the
 // start of the plane: an output row never reaches the input rows still to be read.
-void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
-                    int32_t outDepth, uint8_t*) {
+void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*height*/, int32_t scale, int32_t inDepth,
+                    int32_t outDepth, uint8_t*, int32_t firstOut, int32_t endOut) {
     const uint16_t maxValue = uint16_t((outDepth >= 16 ? 0u : 1u << outDepth) - 1u);
     uint8_t* bytes = reinterpret_cast<uint8_t*>(plane);
     const auto v = [&](int32_t row, int32_t column) { return plane[row * stride + column]; };
     if (scale == 1 && outDepth == 8) {
         // A shift count outside the range of 16-bit shifts clears the sample.
         const int32_t shift = inDepth - 5;
-        for (int32_t j = 0; j < height; ++j)
+        for (int32_t j = firstOut; j < endOut; ++j)
             for (int32_t i = 0; i < width; ++i) {
                 const uint16_t rounded = uint16_t(v(j, i) + 4);
                 const uint16_t shifted = shift >= 0 && shift < 16 ? uint16_t(rounded >> shift) : 0;
@@ -104,13 +123,13 @@ void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t hei
         return;
     }
     if (scale == 1) {
-        for (int32_t j = 0; j < height; ++j)
+        for (int32_t j = firstOut; j < endOut; ++j)
             for (int32_t i = 0; i < width; ++i)
                 plane[j * stride + i] = Min(uint16_t(uint16_t(v(j, i) + 4) >> 3), maxValue);
         return;
     }
-    const int32_t outWidth = width / scale, outHeight = height / scale;
-    for (int32_t j = 0; j < outHeight; ++j) {
+    const int32_t outWidth = width / scale;
+    for (int32_t j = firstOut; j < endOut; ++j) {
         for (int32_t i = 0; i < outWidth; ++i) {
             uint16_t result = 0;
             if (scale == 2) {
@@ -151,7 +170,8 @@ void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t hei
 }
 
 const HAKernelSet& HAKernelsFor(bool avx2) {
-    static const HAKernelSet scalar{HAGreenScalar, HAColourAtGreenScalar, HAColourAtColourScalar, HAReduceScalar};
-    static const HAKernelSet wide{HAGreenAvx2, HAColourAtGreenAvx2, HAColourAtColourAvx2, HAReduceAvx2};
+    static const HAKernelSet scalar{HALoadScalar, HAGreenScalar, HAColourAtGreenScalar, HAColourAtColourScalar,
+                                    HAReduceScalar};
+    static const HAKernelSet wide{HALoadAvx2, HAGreenAvx2, HAColourAtGreenAvx2, HAColourAtColourAvx2, HAReduceAvx2};
     return avx2 ? wide : scalar;
 }

@@ -20,38 +20,57 @@ struct HAPlanes {
     int32_t phase;  // BayerPhase: bit 1 set when row 0 begins with a green sample
 };
 
-// Green at the colour sites, rows of parity 0 then 1, reading the mosaic from `odd` for even rows and from
-// `even` for odd rows and writing `g` only.
-using HAGreenKernel = void (*)(const HAPlanes& planes);
-// Each colour at the green sites (horizontal pass, then vertical), from the interpolated green.
-using HAColourAtGreenKernel = void (*)(const HAPlanes& planes);
-// Each colour at the sites of the other colour, from its diagonal neighbours.
-using HAColourAtColourKernel = void (*)(const HAPlanes& planes);
+// The interpolation kernels work on the rows `firstRow` to `endRow` - 1 of the planes. Each reads the rows up
+// to two (green) or one (the colour steps) beyond its range, ring rows included, and writes only its range.
 
-// Output reduction of one plane in place. `plane` is element (0, 0), `stride` elements between rows.
-// `inDepth` and `outDepth` are the stage's input and output bit depths; `rowScratch` holds at least
-// 2 * (2 * width + 64) bytes, 32-byte aligned, for the kernels that want it.
+// The mosaic's rows into all three planes as working samples (times 8): bytes when `deep` is false, else
+// little-endian 16-bit words; source rows `srcStride` bytes apart, `src` is row 0. The colour planes also get
+// their ring columns, mirrored about the edge sample (column -1 is column 1, column width is width - 2).
+using HALoadKernel = void (*)(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep,
+                              int32_t firstRow, int32_t endRow);
+// Green at the colour sites, reading the mosaic from `odd` for even rows and from `even` for odd rows and
+// writing `g` only.
+using HAGreenKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+// Each colour at the green sites (horizontal pass, then vertical), from the interpolated green.
+using HAColourAtGreenKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+// Each colour at the sites of the other colour, from its diagonal neighbours.
+using HAColourAtColourKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+
+// Output reduction of one plane in place, output rows `firstOut` to `endOut` - 1. `plane` is element (0, 0),
+// `stride` elements between rows. `inDepth` and `outDepth` are the stage's input and output bit depths;
+// `rowScratch` holds at least 2 * (2 * width + 64) bytes, 32-byte aligned, for the kernels that want it.
+// Output rows are packed from the start of the plane as a whole-frame reduction packs them, so a range of
+// rows overwrites only bytes before its own input rows; the caller keeps rows still to be read beyond it.
 using HAReduceKernel = void (*)(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale,
-                                int32_t inDepth, int32_t outDepth, uint8_t* rowScratch);
+                                int32_t inDepth, int32_t outDepth, uint8_t* rowScratch, int32_t firstOut,
+                                int32_t endOut);
 
 struct HAKernelSet {
+    HALoadKernel load;
     HAGreenKernel green;
     HAColourAtGreenKernel colourAtGreen;
     HAColourAtColourKernel colourAtColour;
     HAReduceKernel reduce;
 };
 
-void HAGreenScalar(const HAPlanes& planes);
-void HAColourAtGreenScalar(const HAPlanes& planes);
-void HAColourAtColourScalar(const HAPlanes& planes);
+void HALoadScalar(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
+                  int32_t endRow);
+void HAGreenScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourAtGreenScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourAtColourScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
-                    int32_t outDepth, uint8_t* rowScratch);
+                    int32_t outDepth, uint8_t* rowScratch, int32_t firstOut, int32_t endOut);
 
-void HAGreenAvx2(const HAPlanes& planes);
-void HAColourAtGreenAvx2(const HAPlanes& planes);
-void HAColourAtColourAvx2(const HAPlanes& planes);
+void HALoadAvx2(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
+                int32_t endRow);
+void HAGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourAtGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourAtColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
-                  int32_t outDepth, uint8_t* rowScratch);
+                  int32_t outDepth, uint8_t* rowScratch, int32_t firstOut, int32_t endOut);
+
+// Output rows a reduction of `height` input rows gives: all of them at scale 1, the whole blocks otherwise.
+inline int32_t HAOutputRows(int32_t height, int32_t scale) { return scale == 1 ? height : height / scale; }
 
 // The scalar set, or the AVX2 set when `avx2` is true.
 const HAKernelSet& HAKernelsFor(bool avx2);

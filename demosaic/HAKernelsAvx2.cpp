@@ -151,6 +151,14 @@ void ColourAtColourRow(const uint16_t* g, uint16_t* x, intptr_t stride, int32_t 
     }
 }
 
+// The ring columns of one row, mirrored about the edge samples.
+inline void MirrorColumns(uint16_t* row, int32_t width) {
+    row[-2] = row[2];
+    row[-1] = row[1];
+    row[width] = row[width - 2];
+    row[width + 1] = row[width - 3];
+}
+
 // ---- Output reduction ----
 
 inline __m256i Words(int32_t value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
@@ -184,12 +192,12 @@ inline __m256i Scale1Bytes(__m256i v, __m128i shift, __m256i limit) {
 }
 
 // One byte per sample; a shift count of 16 (input depth outside 5 to 20) gives zero, as the 16-bit shift does.
-void ReduceScale1Bytes(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t inDepth,
-                       int32_t limit) {
+void ReduceScale1Bytes(uint16_t* plane, intptr_t stride, int32_t width, int32_t firstOut, int32_t endOut,
+                       int32_t inDepth, int32_t limit) {
     const int32_t count = inDepth - 5;
     const __m128i shift = _mm_cvtsi32_si128(count >= 0 && count <= 15 ? count : 16);
     const __m256i maximum = Words(limit);
-    for (int32_t j = 0; j < height; ++j) {
+    for (int32_t j = firstOut; j < endOut; ++j) {
         const uint16_t* in = plane + j * stride;
         uint8_t* out = reinterpret_cast<uint8_t*>(plane) + intptr_t(j) * width;
         int32_t x = 0;
@@ -207,10 +215,11 @@ void ReduceScale1Bytes(uint16_t* plane, intptr_t stride, int32_t width, int32_t 
     }
 }
 
-void ReduceScale1Words(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t maxValue) {
+void ReduceScale1Words(uint16_t* plane, intptr_t stride, int32_t width, int32_t firstOut, int32_t endOut,
+                       int32_t maxValue) {
     const __m256i four = Words(4);
     const __m256i maximum = Words(maxValue);
-    for (int32_t j = 0; j < height; ++j) {
+    for (int32_t j = firstOut; j < endOut; ++j) {
         uint16_t* row = plane + j * stride;
         for (int32_t x = 0; x < width; x += 16)
             Store(row + x, _mm256_min_epu16(_mm256_srli_epi16(_mm256_add_epi16(Load(row + x), four), 3), maximum));
@@ -291,10 +300,10 @@ inline __m128i Scale16Chunk(const uint16_t* row, intptr_t stride, int32_t vector
     return _mm_packus_epi16(words, words);
 }
 
-void ReduceScale2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t limit) {
+void ReduceScale2(uint16_t* plane, intptr_t stride, int32_t width, int32_t firstOut, int32_t endOut, int32_t limit) {
     const __m256i maximum = Words(limit);
     const int32_t outWidth = width / 2;
-    for (int32_t j = 0; j < height / 2; ++j) {
+    for (int32_t j = firstOut; j < endOut; ++j) {
         const uint16_t* row0 = plane + 2 * j * stride;
         const uint16_t* row1 = row0 + stride;
         uint8_t* out = reinterpret_cast<uint8_t*>(plane) + intptr_t(j) * outWidth;
@@ -310,10 +319,10 @@ void ReduceScale2(uint16_t* plane, intptr_t stride, int32_t width, int32_t heigh
     }
 }
 
-void ReduceBlocks(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale) {
+void ReduceBlocks(uint16_t* plane, intptr_t stride, int32_t width, int32_t firstOut, int32_t endOut, int32_t scale) {
     const int32_t outWidth = width / scale;
     const int32_t perChunk = 64 / scale;
-    for (int32_t j = 0; j < height / scale; ++j) {
+    for (int32_t j = firstOut; j < endOut; ++j) {
         const uint16_t* row = plane + intptr_t(j) * scale * stride;
         uint8_t* out = reinterpret_cast<uint8_t*>(plane) + intptr_t(j) * outWidth;
         for (int32_t x = 0; x < width; x += 64) {
@@ -344,13 +353,36 @@ void ReduceBlocks(uint16_t* plane, intptr_t stride, int32_t width, int32_t heigh
 
 }  // namespace
 
-void HAGreenAvx2(const HAPlanes& planes) {
+void HALoadAvx2(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
+                int32_t endRow) {
+    const int32_t width = planes.width;
+    for (int32_t y = firstRow; y < endRow; ++y) {
+        const uint8_t* s = static_cast<const uint8_t*>(src) + y * srcStride;
+        const intptr_t offset = y * planes.stride;
+        uint16_t* g = planes.g + offset;
+        uint16_t* even = planes.even + offset;
+        uint16_t* odd = planes.odd + offset;
+        for (int32_t x = 0; x < width; x += 16) {
+            const __m256i samples =
+                deep ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 2 * x))
+                     : _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + x)));
+            const __m256i working = _mm256_slli_epi16(samples, 3);
+            Store(g + x, working);
+            Store(even + x, working);
+            Store(odd + x, working);
+        }
+        MirrorColumns(even, width);
+        MirrorColumns(odd, width);
+    }
+}
+
+void HAGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
     const int32_t firstColour = (planes.phase >> 1) & 1;
     for (int32_t k = 0; k < 2; ++k) {
         // The estimates read the mosaic from a colour plane, which this step leaves untouched.
         const uint16_t* mosaic = k == 0 ? planes.odd : planes.even;
         const bool oddColumns = (firstColour ^ k) != 0;
-        for (int32_t y = k; y < planes.height; y += 2) {
+        for (int32_t y = firstRow + ((firstRow ^ k) & 1); y < endRow; y += 2) {
             const intptr_t offset = y * planes.stride;
             if (oddColumns)
                 GreenRow<1>(mosaic + offset, planes.g + offset, planes.stride, planes.width);
@@ -360,11 +392,11 @@ void HAGreenAvx2(const HAPlanes& planes) {
     }
 }
 
-void HAColourAtGreenAvx2(const HAPlanes& planes) {
+void HAColourAtGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
     // The two passes read only real samples of the colour planes, never a site either pass writes, so both
     // run in one sweep over the rows.
     const int32_t firstColour = (planes.phase >> 1) & 1;
-    for (int32_t y = 0; y < planes.height; ++y) {
+    for (int32_t y = firstRow; y < endRow; ++y) {
         const intptr_t offset = y * planes.stride;
         const bool evenRow = (y & 1) == 0;
         uint16_t* own = (evenRow ? planes.even : planes.odd) + offset;
@@ -377,9 +409,9 @@ void HAColourAtGreenAvx2(const HAPlanes& planes) {
     }
 }
 
-void HAColourAtColourAvx2(const HAPlanes& planes) {
+void HAColourAtColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
     const int32_t firstColour = (planes.phase >> 1) & 1;
-    for (int32_t y = 0; y < planes.height; ++y) {
+    for (int32_t y = firstRow; y < endRow; ++y) {
         const intptr_t offset = y * planes.stride;
         // Even rows fill the odd rows' colour, odd rows the even rows' colour.
         uint16_t* x = ((y & 1) == 0 ? planes.odd : planes.even) + offset;
@@ -390,8 +422,8 @@ void HAColourAtColourAvx2(const HAPlanes& planes) {
     }
 }
 
-void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
-                  int32_t outDepth, uint8_t* /*rowScratch*/) {
+void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*height*/, int32_t scale,
+                  int32_t inDepth, int32_t outDepth, uint8_t* /*rowScratch*/, int32_t firstOut, int32_t endOut) {
     // The block reductions keep their row sums in registers, a 64-column group at a time: no scratch is needed.
     const int32_t maxValue = static_cast<uint16_t>((outDepth >= 16 ? 0u : 1u << outDepth) - 1u);
     // sat8 after the min with maxValue: one min with the smaller of the two.
@@ -399,17 +431,17 @@ void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t heigh
     switch (scale) {
         case 1:
             if (outDepth == 8)
-                ReduceScale1Bytes(plane, stride, width, height, inDepth, byteLimit);
+                ReduceScale1Bytes(plane, stride, width, firstOut, endOut, inDepth, byteLimit);
             else
-                ReduceScale1Words(plane, stride, width, height, maxValue);
+                ReduceScale1Words(plane, stride, width, firstOut, endOut, maxValue);
             break;
         case 2:
-            ReduceScale2(plane, stride, width, height, byteLimit);
+            ReduceScale2(plane, stride, width, firstOut, endOut, byteLimit);
             break;
         case 4:
         case 8:
         case 16:
-            ReduceBlocks(plane, stride, width, height, scale);
+            ReduceBlocks(plane, stride, width, firstOut, endOut, scale);
             break;
         default:
             break;  // other scales leave the plane as it is

@@ -107,9 +107,12 @@ void LPAICIa::DifferencePlanes(int k) {
     for (int32_t j = 0; j < h / 2; ++j) {
         const uint16_t* m = mosaic + (2 * j + k) * ms;
         float* out = rowDiff + intptr_t(j) * w;
-        for (int32_t x = 0; x < w; ++x) {
-            const int32_t e = int32_t(m[x - 2]) + m[x + 2] + 2 * (int32_t(m[x]) - m[x - 1] - m[x + 1]);
-            out[x] = float((x & 1) == q ? -e : e);
+        const int32_t evenSign = q == 0 ? -1 : 1;  // columns 2i; the odd columns take the other sign
+        for (int32_t x = 0; x < w; x += 2) {
+            const int32_t e0 = int32_t(m[x - 2]) + m[x + 2] + 2 * (int32_t(m[x]) - m[x - 1] - m[x + 1]);
+            const int32_t e1 = int32_t(m[x - 1]) + m[x + 3] + 2 * (int32_t(m[x + 1]) - m[x] - m[x + 2]);
+            out[x] = float(evenSign * e0);
+            out[x + 1] = float(-evenSign * e1);
         }
     }
     for (int32_t y = 0; y < h; ++y) {

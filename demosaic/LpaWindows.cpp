@@ -98,8 +98,16 @@ void LpaWindows::AdvanceSite() {
     // from these stores.
     const __m128 f0 = _mm_load_ps(forward), f1 = _mm_load_ps(forward + 4), f2 = _mm_load_ps(forward + 8);
     const __m128 b0 = _mm_load_ps(backward), b1 = _mm_load_ps(backward + 4), b2 = _mm_load_ps(backward + 8);
-    const float next0 = NextSample();
-    const float next1 = NextSample();
+    float next0, next1;
+    if (remaining > 2) {  // both reads forward, no turn: what NextSample would do, without its tests
+        std::memcpy(&next0, cursor, sizeof next0);
+        std::memcpy(&next1, cursor + step, sizeof next1);
+        cursor += 2 * intptr_t(step);
+        remaining -= 2;
+    } else {
+        next0 = NextSample();
+        next1 = NextSample();
+    }
     const __m128 incoming = _mm_unpacklo_ps(_mm_set_ss(next0), _mm_set_ss(next1));
     _mm_store_ps(backward, _mm_shuffle_ps(f0, b0, _MM_SHUFFLE(1, 0, 1, 2)));  // f2, f1, b0, b1
     _mm_store_ps(backward + 4, _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(1, 0, 3, 2)));

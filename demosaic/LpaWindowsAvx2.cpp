@@ -14,18 +14,14 @@
 
 namespace {
 
-// The chosen length's index from the intersection bits of lengths 6, 8 and 12: the run of set bits from the
-// lowest.
-constexpr int8_t consecutiveCount[8] = {0, 1, 0, 2, 0, 1, 0, 3};
-
 inline __m256 Windows(const float* forward, const float* backward) {
     return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_load_ps(forward)), _mm_load_ps(backward), 1);
 }
 
 inline __m256 Both(const float* kernel) { return _mm256_broadcast_ps(reinterpret_cast<const __m128*>(kernel)); }
 
-// [a0 + a1, a2 + a3, b0 + b1, b2 + b3] in each half: what a horizontal add gives, from two plain shuffles and
-// one add, which run faster than the horizontal add.
+// [a0 + a1, a2 + a3, b0 + b1, b2 + b3] in each half: the sums of a horizontal add, from two plain shuffles and
+// one add.
 inline __m256 Pairs(__m256 a, __m256 b) {
     return _mm256_add_ps(_mm256_shuffle_ps(a, b, 0x88), _mm256_shuffle_ps(a, b, 0xDD));
 }
@@ -93,20 +89,23 @@ void LpaAccumulateSiteAvx2(const LpaWindows& windows, float* sum, float* weight)
     upper = _mm256_min_ps(upper, _mm256_permute_ps(upper, 0x90));
     lower = _mm256_max_ps(lower, _mm256_permute_ps(lower, 0x40));
     upper = _mm256_min_ps(upper, _mm256_permute_ps(upper, 0x40));
-    const int intersecting = _mm256_movemask_ps(_mm256_cmp_ps(upper, lower, _CMP_GE_OQ));
-    const int chosenForward = consecutiveCount[(intersecting >> 1) & 7];
-    const int chosenBackward = 4 + consecutiveCount[(intersecting >> 5) & 7];
-
-    alignas(32) float estimates[8], weights[8];
-    _mm256_store_ps(estimates, e);
-    _mm256_store_ps(weights, q);
-    __m128 total = _mm_load_ss(sum);
-    __m128 totalWeight = _mm_load_ss(weight);
-    const __m128 qf = _mm_load_ss(weights + chosenForward), qb = _mm_load_ss(weights + chosenBackward);
-    total = _mm_add_ss(total, _mm_mul_ss(qf, _mm_load_ss(estimates + chosenForward)));
-    totalWeight = _mm_add_ss(totalWeight, qf);
-    total = _mm_add_ss(total, _mm_mul_ss(qb, _mm_load_ss(estimates + chosenBackward)));
-    totalWeight = _mm_add_ss(totalWeight, qb);
-    _mm_store_ss(sum, total);
-    _mm_store_ss(weight, totalWeight);
+    // A length counts while its intersection and those of all shorter lengths are not empty; length 4 always
+    // counts. The chosen one is the last that counts: a one-hot mask per half.
+    __m256 counts = _mm256_or_ps(_mm256_cmp_ps(upper, lower, _CMP_GE_OQ),
+                                 _mm256_castsi256_ps(_mm256_setr_epi32(-1, 0, 0, 0, -1, 0, 0, 0)));
+    counts = _mm256_and_ps(counts, _mm256_permute_ps(counts, 0x90));
+    counts = _mm256_and_ps(counts, _mm256_permute_ps(counts, 0x40));
+    const __m256 nextCounts = _mm256_blend_ps(_mm256_permute_ps(counts, 0xF9), _mm256_setzero_ps(), 0x88);
+    const __m256 chosen = _mm256_andnot_ps(nextCounts, counts);
+    // The chosen q * e and q, moved out by OR over the lanes (the others are zero bits): lane 0 and 1 of a half.
+    const __m256 qe = _mm256_and_ps(chosen, _mm256_mul_ps(q, e));
+    const __m256 qs = _mm256_and_ps(chosen, q);
+    __m256 picked = _mm256_or_ps(_mm256_unpacklo_ps(qe, qs), _mm256_unpackhi_ps(qe, qs));
+    picked = _mm256_or_ps(picked, _mm256_permute_ps(picked, 0xEE));
+    // Forward, then backward: sum in lane 0, weight in lane 1.
+    __m128 totals = _mm_unpacklo_ps(_mm_load_ss(sum), _mm_load_ss(weight));
+    totals = _mm_add_ps(totals, _mm256_castps256_ps128(picked));
+    totals = _mm_add_ps(totals, _mm256_extractf128_ps(picked, 1));
+    _mm_store_ss(sum, totals);
+    _mm_store_ss(weight, _mm_movehdup_ps(totals));
 }

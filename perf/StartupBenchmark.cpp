@@ -3,6 +3,7 @@
 #include "perf/PerfTable.h"
 #include "perf/VersionStamp.h"
 #include "platform/Platform.h"
+#include "stream/FormatFamilies.h"
 #include "stream/Log.h"
 
 #include <framefeed/framefeed.h>
@@ -122,7 +123,9 @@ bool MeasureAll(Benchmark& benchmark, PerfTable& table) {
                                                          {PixelFormat::YUV422P, "YUV422P"},
                                                          {PixelFormat::YUV420P, "YUV420P"}};
     for (const auto& [format, label] : jpegRows) {
-        Measurement jpeg{format, 8, 8, 1, 1, CompressionCode::Jpeg};
+        // The frame block is far larger than any of these frames, but the assembly refuses a configuration
+        // that declares fewer bits per pixel than its format is read with, so each declares its own.
+        Measurement jpeg{format, 8, BitsPerPixelRead(format), 1, 1, CompressionCode::Jpeg};
         jpeg.quality = 0.7f;
         if (!run(jpeg, "Benchmark: JPEG failed", rate)) return false;
         table.jpegRate(format) = rate;

@@ -7,6 +7,8 @@
 
 #include <immintrin.h>
 
+#include <cstddef>
+
 namespace {
 
 // pshufb masks that interleave 16 red, 16 green and 16 blue bytes into 48 bytes of RGB, used in

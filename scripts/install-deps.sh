@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, once; later runs find them and do nothing.
 set -euo pipefail
-packages=(g++ cmake ninja-build pkg-config binutils libturbojpeg0-dev libgtest-dev libbenchmark-dev libopencv-imgproc-dev libyuv-dev libpng-dev)
+packages=(g++ cmake ninja-build pkg-config binutils libturbojpeg0-dev libgtest-dev libbenchmark-dev libopencv-imgproc-dev libyuv-dev libpng-dev libcli11-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")

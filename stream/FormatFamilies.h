@@ -20,3 +20,21 @@ inline bool MustReduceDeepData(uint32_t format, uint32_t demosaic, uint32_t scal
     return format == PixelFormat::Mono || IsRgb(format) || IsPlanarYuv(format) || (bayer && demosaic == 0) ||
            (bayer && demosaic == 1 && scale > 1);
 }
+
+// Bits per pixel the first stage reads from an 8-bit frame of this format; deeper frames are checked by the
+// stage that reads them (the bit-depth reduction or the high-quality demosaicking).
+inline uint32_t BitsPerPixelRead(uint32_t format) {
+    switch (format) {
+        case PixelFormat::RGB: return 24;
+        case PixelFormat::RGBX: return 32;
+        case PixelFormat::UYVY:
+        case PixelFormat::YUYV: return 16;
+        case PixelFormat::YUV420P:
+        case PixelFormat::YUV420PAlt:
+        case PixelFormat::YUV411P:
+        case PixelFormat::YUV411PAlt: return 12;
+        case PixelFormat::YUV422P: return 16;
+        case PixelFormat::YUV444P: return 24;
+        default: return 8;  // Mono, Bayer, and anything a stage would read as Mono
+    }
+}

@@ -16,24 +16,6 @@ constexpr size_t chainAlignment = 32;
 constexpr uint32_t poolBuffersMulti = 4;
 
 
-// Bits per pixel the first stage reads from an 8-bit frame of this format; deeper frames are checked by the
-// stage that reads them (the bit-depth reduction or the high-quality demosaicking).
-uint32_t BitsPerPixelRead(uint32_t format) {
-    switch (format) {
-        case PixelFormat::RGB: return 24;
-        case PixelFormat::RGBX: return 32;
-        case PixelFormat::UYVY:
-        case PixelFormat::YUYV: return 16;
-        case PixelFormat::YUV420P:
-        case PixelFormat::YUV420PAlt:
-        case PixelFormat::YUV411P:
-        case PixelFormat::YUV411PAlt: return 12;
-        case PixelFormat::YUV422P: return 16;
-        case PixelFormat::YUV444P: return 24;
-        default: return 8;  // Mono, Bayer, and anything a stage would read as Mono
-    }
-}
-
 // Every size of the host contract is a 32-bit count of bytes: width x height x bits per pixel must fit.
 bool FitsContract(const StageSlot& slot) {
     if (uint64_t(slot.width) * slot.height * slot.format.bitsPerPixel <= 0xFFFFFFFFull) return true;

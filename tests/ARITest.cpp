@@ -1,1 +1,326 @@
+// Adaptive residual interpolation as a stage: parameters and their clamps, the rule for zero iterations, flat
+// fields in every order and depth, the samples that come back unchanged, the start of the blend, the fixed
+// kernels, and frames that fail at every allocation they make.
+#include "TestSupport.h"
+#include "demosaic/ARI.h"
+#include "demosaic/NewDeBayer.h"
+#include "platform/Platform.h"
+
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Stage = std::unique_ptr<ImageProcessing>;
+
+constexpr uint32_t ariSelector = 3;
+const ImageFormat rgbx8{PixelFormat::RGBX, 8, 32};
+
+Stage MakeAri(uint32_t width, uint32_t height, ImageFormat in, ImageFormat out = rgbx8) {
+    return Stage(NewDeBayer(width, height, &in, &out, 1, ariSelector, nullptr));
+}
+
+// A stage made directly with the parameter block (epsilon, riIterations, mlriIterations).
+std::unique_ptr<ARI> MakeWithParameters(uint32_t width, uint32_t height, ImageFormat in, double epsilon,
+                                        uint32_t ri, uint32_t mlri) {
+    uint8_t block[16];
+    std::memcpy(block, &epsilon, 8);
+    std::memcpy(block + 8, &ri, 4);
+    std::memcpy(block + 12, &mlri, 4);
+    auto stage = std::make_unique<ARI>();
+    if (!stage->Init(width, height, &in, &rgbx8, 1, ariSelector, block)) return nullptr;
+    return stage;
+}
+
+Bytes Demosaic(ImageProcessing& stage, const Bytes& input) {
+    Bytes out(stage.OutputSize(), 0xA5);
+    EXPECT_EQ(stage.Process(input.data(), out.data(), nullptr), stage.OutputSize());
+    return out;
+}
+
+// The colour of each site of a Bayer order: 0 red, 1 green, 2 blue.
+int SiteColour(uint32_t format, uint32_t x, uint32_t y) {
+    static const int layouts[4][4] = {{0, 1, 1, 2}, {1, 0, 2, 1}, {2, 1, 1, 0}, {1, 2, 0, 1}};  // RGGB GRBG BGGR GBRG
+    return layouts[format - PixelFormat::BayerRGGB][(y & 1) * 2 + (x & 1)];
+}
+
+// The mosaic of an RGB picture given per pixel, as bytes or as little-endian words.
+template <class Picture>
+Bytes MosaicOf(uint32_t format, uint32_t width, uint32_t height, bool words, Picture picture) {
+    Bytes mosaic(size_t(width) * height * (words ? 2 : 1));
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x) {
+            const uint32_t v = picture(x, y, SiteColour(format, x, y));
+            const size_t i = size_t(y) * width + x;
+            if (words) {
+                mosaic[2 * i] = uint8_t(v);
+                mosaic[2 * i + 1] = uint8_t(v >> 8);
+            } else {
+                mosaic[i] = uint8_t(v);
+            }
+        }
+    return mosaic;
+}
+
+uint32_t MosaicSample(const Bytes& mosaic, bool words, size_t i) {
+    return words ? uint32_t(mosaic[2 * i] | mosaic[2 * i + 1] << 8) : mosaic[i];
+}
+
+// Sample c of pixel i of an RGBX output, 8-bit or 16-bit words.
+uint32_t OutputSample(const Bytes& out, bool words, size_t i, int c) {
+    return words ? uint32_t(out[8 * i + 2 * c] | out[8 * i + 2 * c + 1] << 8) : out[4 * i + c];
+}
+
+class ARITest : public ::testing::Test {
+protected:
+    void SetUp() override { LogCapture::Install(); }
+    void TearDown() override { platform::FailAllocationAfter(0); }
+};
+
+TEST_F(ARITest, NewDeBayerMakesItWithItsDefaults) {
+    Stage stage = MakeAri(32, 16, {PixelFormat::BayerGRBG, 8, 8});
+    const auto* ari = dynamic_cast<const ARI*>(stage.get());
+    ASSERT_NE(ari, nullptr);
+    EXPECT_EQ(ari->RiIterations(), 10u);
+    EXPECT_EQ(ari->MlriIterations(), 10u);
+    EXPECT_EQ(ari->Epsilon(), 1e-9);
+    uint32_t planeWidth = 0, planeRowBytes = 0, planeHeight = 0;
+    const_cast<ARI*>(ari)->GetPlaneGeometry(&planeWidth, &planeRowBytes, &planeHeight);
+    EXPECT_EQ(planeWidth, 32u);
+    EXPECT_EQ(planeRowBytes, 128u);
+    EXPECT_EQ(planeHeight, 16u);
+}
+
+TEST_F(ARITest, ParametersClampIntoTheirRanges) {
+    ARI ari;
+    const struct {
+        double value, stored;
+    } epsilons[] = {{1.0, 0.1}, {0.0, 1e-9}, {-3.0, 1e-9}, {1e-9, 1e-9}, {2e-9, 2e-9}, {0.05, 0.05}, {0.1, 0.1},
+                    {std::numeric_limits<double>::quiet_NaN(), 1e-9}};
+    for (const auto& e : epsilons) {
+        EXPECT_TRUE(ari.SetParameter(2, &e.value));
+        EXPECT_EQ(ari.Epsilon(), e.stored) << e.value;
+    }
+    const struct {
+        uint32_t value, stored;
+    } counts[] = {{100, 16}, {17, 16}, {16, 16}, {7, 7}, {0, 0}, {0xFFFFFFFFu, 16}};
+    for (const auto& c : counts) {
+        EXPECT_TRUE(ari.SetParameter(3, &c.value));
+        EXPECT_EQ(ari.RiIterations(), c.stored) << c.value;
+        EXPECT_TRUE(ari.SetParameter(4, &c.value));
+        EXPECT_EQ(ari.MlriIterations(), c.stored) << c.value;
+    }
+    // Null values and unknown ids store nothing.
+    const uint32_t five = 5;
+    for (const uint32_t id : {2u, 3u, 4u}) EXPECT_FALSE(ari.SetParameter(id, nullptr)) << id;
+    for (const uint32_t id : {0u, 1u, 5u, 6u}) EXPECT_FALSE(ari.SetParameter(id, &five)) << id;
+    EXPECT_EQ(ari.RiIterations(), 16u);
+    EXPECT_EQ(ari.MlriIterations(), 16u);
+    EXPECT_EQ(ari.Epsilon(), 1e-9);
+
+    // The block of Init: an f64 at offset 0, u32 at 8 and 12, clamped the same way.
+    const auto made = MakeWithParameters(16, 4, {PixelFormat::BayerRGGB, 8, 8}, 1.0, 100, 3);
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->Epsilon(), 0.1);
+    EXPECT_EQ(made->RiIterations(), 16u);
+    EXPECT_EQ(made->MlriIterations(), 3u);
+}
+
+// Both counts 0 run one plain iteration in each direction, from the first frame on; the object keeps the 1.
+TEST_F(ARITest, ZeroIterationsRunOnePlainIteration) {
+    const uint32_t width = 32, height = 16;
+    std::mt19937 random(7);
+    Bytes mosaic(width * height);
+    for (auto& sample : mosaic) sample = uint8_t(random());
+    const ImageFormat in{PixelFormat::BayerGBRG, 8, 8};
+    const auto none = MakeWithParameters(width, height, in, 1e-9, 0, 0);
+    const auto one = MakeWithParameters(width, height, in, 1e-9, 1, 0);
+    const auto laplacian = MakeWithParameters(width, height, in, 1e-9, 0, 1);
+    ASSERT_TRUE(none && one && laplacian);
+    EXPECT_EQ(none->RiIterations(), 0u);
+    const Bytes expected = Demosaic(*one, mosaic);
+    EXPECT_EQ(Demosaic(*none, mosaic), expected);
+    EXPECT_EQ(none->RiIterations(), 1u);
+    EXPECT_EQ(none->MlriIterations(), 0u);
+    EXPECT_NE(Demosaic(*laplacian, mosaic), expected);
+    EXPECT_EQ(Demosaic(*none, mosaic), expected);
+}
+
+// A field of one colour: every fit is flat, every residual zero, so each channel returns exactly. Input deeper
+// than the output saturates at the output's maximum without a shift.
+TEST_F(ARITest, FlatFieldsStayFlatInEveryOrderAndDepth) {
+    const ImageFormat deep12{PixelFormat::RGBX, 12, 64}, deep10{PixelFormat::RGBX, 10, 64};
+    const struct {
+        int32_t depth;
+        ImageFormat out;
+        uint32_t rgb[3];
+        uint32_t expected[3];
+    } cases[] = {
+        {8, rgbx8, {200, 90, 17}, {200, 90, 17}},
+        {8, rgbx8, {255, 0, 255}, {255, 0, 255}},
+        {8, rgbx8, {77, 77, 77}, {77, 77, 77}},
+        {10, rgbx8, {300, 200, 1023}, {255, 200, 255}},
+        {12, deep12, {4000, 1234, 7}, {4000, 1234, 7}},
+        {10, deep10, {1023, 0, 512}, {1023, 0, 512}},
+    };
+    for (const auto& c : cases) {
+        for (uint32_t format = PixelFormat::BayerRGGB; format <= PixelFormat::BayerGBRG; ++format) {
+            const uint32_t width = 32, height = 16;
+            const bool deepIn = c.depth > 8, deepOut = c.out.bitDepth > 8;
+            Stage stage = MakeAri(width, height, {format, c.depth, deepIn ? 16u : 8u}, c.out);
+            ASSERT_NE(stage, nullptr);
+            const Bytes out = Demosaic(
+                *stage, MosaicOf(format, width, height, deepIn, [&](uint32_t, uint32_t, int k) { return c.rgb[k]; }));
+            for (size_t i = 0; i < size_t(width) * height; ++i)
+                for (int k = 0; k < 3; ++k)
+                    ASSERT_EQ(OutputSample(out, deepOut, i, k), c.expected[k])
+                        << "depth " << c.depth << " format " << format << " pixel " << i << " channel " << k;
+        }
+    }
+}
+
+// Green at a green site is the sample in every pass and so in the blend; a colour plane at its own sites is the
+// sample from three pixels inside the border on (nearer the edge the replicated border of the 7 by 7 residual
+// filter reaches other sites of the lattice). Away from the samples a smooth picture comes back closely.
+TEST_F(ARITest, SamplesComeBackAndSmoothPicturesClosely) {
+    const uint32_t width = 64, height = 32;
+    std::mt19937 random(11);
+    for (const int32_t depth : {8, 12}) {
+        const bool words = depth > 8;
+        const uint32_t top = (1u << depth) - 1;
+        std::vector<uint32_t> noise(size_t(width) * height * 3);
+        for (auto& n : noise) n = random() % (top / 16);
+        const auto picture = [&](uint32_t x, uint32_t y, int c) {
+            const uint32_t base[3] = {top / 4 + x * top / 128, top / 3 + y * top / 64, top - top * (x + y) / 128};
+            return std::min(top, base[c] + noise[(size_t(y) * width + x) * 3 + c]);
+        };
+        const auto smooth = [&](uint32_t x, uint32_t y, int c) {
+            const uint32_t base[3] = {top / 4 + x * top / 128, top / 3 + y * top / 64, top - top * (x + y) / 128};
+            return base[c];
+        };
+        const ImageFormat out = words ? ImageFormat{PixelFormat::RGBX, 12, 64} : rgbx8;
+        for (uint32_t format = PixelFormat::BayerRGGB; format <= PixelFormat::BayerGBRG; ++format) {
+            Stage stage = MakeAri(width, height, {format, depth, words ? 16u : 8u}, out);
+            ASSERT_NE(stage, nullptr);
+            const Bytes mosaic = MosaicOf(format, width, height, words, picture);
+            const Bytes result = Demosaic(*stage, mosaic);
+            for (uint32_t y = 0; y < height; ++y)
+                for (uint32_t x = 0; x < width; ++x) {
+                    const size_t i = size_t(y) * width + x;
+                    const int c = SiteColour(format, x, y);
+                    const bool inside = x >= 3 && y >= 3 && x + 3 < width && y + 3 < height;
+                    if (c == 1 || inside)
+                        ASSERT_EQ(OutputSample(result, words, i, c), MosaicSample(mosaic, words, i))
+                            << "depth " << depth << " format " << format << " at " << x << "," << y;
+                }
+
+            const Bytes gradient = Demosaic(*stage, MosaicOf(format, width, height, words, smooth));
+            const int tolerance = int(top / 255) * 2 + 1;
+            for (uint32_t y = 4; y + 4 < height; ++y)
+                for (uint32_t x = 4; x + 4 < width; ++x)
+                    for (int c = 0; c < 3; ++c)
+                        ASSERT_NEAR(int(OutputSample(gradient, words, size_t(y) * width + x, c)), int(smooth(x, y, c)),
+                                    tolerance)
+                            << "depth " << depth << " format " << format << " at " << x << "," << y << " channel " << c;
+        }
+    }
+}
+
+// The weight sum starts at 1e-32. A criterion above the start of 1e32 never replaces the first estimate, so each
+// of the four passes then adds the weight 1 / 1e32; a criterion that is not a number does replace it.
+TEST_F(ARITest, BlendStartsAtTheFloorAndNaNCriteriaReplace) {
+    const uint32_t width = 32, height = 16;
+    auto stage = MakeWithParameters(width, height, {PixelFormat::BayerRGGB, 8, 8}, 1e-9, 2, 2);
+    ASSERT_NE(stage, nullptr);
+    // Samples near 1e12 make every criterion about 1e36: large, and finite.
+    std::mt19937 random(3);
+    std::vector<float> mosaic(width * height);
+    for (auto& v : mosaic) v = float(1e12 + double(random() % 9000) * 1e9);
+    ASSERT_TRUE(stage->EstimateGreenOf(mosaic.data()));
+    const float weight = 1.0f / 1e32f;
+    const float expected = (((1e-32f + weight) + weight) + weight) + weight;
+    for (uint32_t i = 0; i < width * height; ++i) ASSERT_FLOAT_EQ(stage->WeightSums().data[i], expected) << i;
+
+    mosaic[5 * width + 9] = std::numeric_limits<float>::quiet_NaN();
+    ASSERT_TRUE(stage->EstimateGreenOf(mosaic.data()));
+    EXPECT_TRUE(std::isnan(stage->WeightSums().data[5 * width + 9]));
+}
+
+TEST_F(ARITest, FixedKernels) {
+    double gauss[25], sum = 0;
+    for (int j = 0; j < 5; ++j)
+        for (int i = 0; i < 5; ++i) sum += gauss[5 * j + i] = std::exp(-((i - 2) * (i - 2) + (j - 2) * (j - 2)) / 8.0);
+    float total = 0;
+    for (int k = 0; k < 25; ++k) {
+        EXPECT_EQ(ARI::CriterionKernel[k], float(gauss[k] / sum)) << k;
+        total += ARI::CriterionKernel[k];
+    }
+    EXPECT_NEAR(total, 1.0f, 1e-6f);
+    EXPECT_EQ(ARI::CriterionKernel[12], 0.0631914660f);
+    for (const int corner : {0, 4, 20, 24}) EXPECT_EQ(ARI::CriterionKernel[corner], 0.0232468396f);
+
+    const float line[7] = {-1.0f / 16, 0, 9.0f / 16, 1, 9.0f / 16, 0, -1.0f / 16};
+    for (int j = 0; j < 7; ++j)
+        for (int i = 0; i < 7; ++i) {
+            EXPECT_EQ(ARI::ColourResidualKernel[7 * j + i], line[j] * line[i]) << i << "," << j;
+            // On the lattice of the centre's own sites only the centre is non-zero.
+            if ((i - 3) % 2 == 0 && (j - 3) % 2 == 0)
+                EXPECT_EQ(ARI::ColourResidualKernel[7 * j + i], i == 3 && j == 3 ? 1.0f : 0.0f);
+        }
+    EXPECT_EQ(ARI::ColourResidualKernel[0], 1.0f / 256);
+    EXPECT_EQ(ARI::ColourResidualKernel[7 * 2 + 4], 81.0f / 256);
+
+    EXPECT_EQ(std::vector<float>(ARI::MidpointKernel, ARI::MidpointKernel + 3), (std::vector<float>{0.5f, 0, 0.5f}));
+    EXPECT_EQ(std::vector<float>(ARI::ResidualKernel, ARI::ResidualKernel + 3), (std::vector<float>{0.5f, 1, 0.5f}));
+    EXPECT_EQ(std::vector<float>(ARI::GradientKernel, ARI::GradientKernel + 3), (std::vector<float>{-1, 0, 1}));
+}
+
+// Every allocation of a frame fails in turn: each gives "Debayer failed" and leaves the output unwritten, and the
+// next frame is whole again. The frame's images are released while the failure unwinds (the sanitizer build
+// checks that nothing leaks).
+TEST_F(ARITest, FailedAllocationsMidFrameFailTheFrameOnly) {
+    const uint32_t width = 32, height = 16;
+    std::mt19937 random(9);
+    Bytes mosaic(width * height);
+    for (auto& sample : mosaic) sample = uint8_t(random());
+    const auto stage = MakeWithParameters(width, height, {PixelFormat::BayerBGGR, 8, 8}, 1e-9, 1, 1);
+    ASSERT_NE(stage, nullptr);
+    const Bytes expected = Demosaic(*stage, mosaic);
+    ASSERT_TRUE(LogCapture::Take().empty());
+
+    uint32_t failing = 1;
+    for (;; ++failing) {
+        ASSERT_LT(failing, 5000u);
+        platform::FailAllocationAfter(failing);
+        const Bytes out = Demosaic(*stage, mosaic);
+        platform::FailAllocationAfter(0);
+        const auto messages = LogCapture::Take();
+        if (messages.empty()) {  // the frame makes fewer allocations than this
+            EXPECT_EQ(out, expected);
+            break;
+        }
+        ASSERT_EQ(messages, (std::vector<LoggedMessage>{{3, "Debayer failed"}})) << "allocation " << failing;
+        ASSERT_EQ(out, Bytes(out.size(), 0xA5)) << "allocation " << failing;
+        ASSERT_EQ(Demosaic(*stage, mosaic), expected) << "after allocation " << failing;
+        ASSERT_TRUE(LogCapture::Take().empty());
+    }
+    EXPECT_GT(failing, 50u);  // the frame has that many allocations, each one tried
+
+    // The workspace's four planes: Init refuses without a message.
+    for (uint32_t first = 1; first <= 4; ++first) {
+        platform::FailAllocationAfter(first);
+        EXPECT_EQ(MakeAri(width, height, {PixelFormat::BayerBGGR, 8, 8}), nullptr) << first;
+        platform::FailAllocationAfter(0);
+    }
+    EXPECT_TRUE(LogCapture::Take().empty());
+}
+
+}  // namespace

@@ -76,8 +76,7 @@ void ReturnBuffers(uint32_t seed) {
 }
 
 TEST(Concurrency, StreamsOnSeveralThreadsGetEveryBufferBack) {
-    CreateStreamer(&LogCapture::Sink);
-    LogCapture::Take();
+    LogCapture::Install();
     for (auto& count : delivered) count = 0;
 
     std::vector<std::thread> returners;

@@ -74,6 +74,8 @@ TEST_F(DeBayerHQTest, RefusesInTheOrderOfItsChecks) {
          "DeBayer (HQ): Invalid image alignment (1928 * 1080, Scale = 2)"},
         {64, 33, bayer8, rgbx, 1, 1, "DeBayer (HQ): Invalid image alignment (64 * 33, Scale = 1)"},
         {64, 32, {PixelFormat::BayerRGGB, 13, 16}, {PixelFormat::RGB, 8, 24}, 2, 2, "DeBayer (HQ): Invalid image precision"},
+        {64, 32, {PixelFormat::BayerRGGB, 0, 8}, rgbx, 1, 1, "DeBayer (HQ): Invalid image precision"},
+        {64, 32, {PixelFormat::BayerRGGB, -1, 8}, rgbx, 1, 1, "DeBayer (HQ): Invalid image precision"},
         {64, 32, bayer8, {PixelFormat::RGB, 8, 24}, 2, 2, "DeBayer (HQ): Unsupported output pixel format"},
         {64, 32, {PixelFormat::BayerRGGB, 10, 16}, rgbx, 2, 2, "DeBayer (HQ): Scale supported only on HA"},
         // The combination message prints the output's depth, not the input's.

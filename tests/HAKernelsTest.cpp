@@ -68,11 +68,14 @@ TEST(HAKernelsTest, WideInterpolationEqualsTheTwin) {
                 Planes scalar(shape.width, shape.height, phase);
                 Fill(scalar.storage, random, depth, depth == 0);
                 for (const Kernel& kernel : kernels) {
+                    // The wide form in two row ranges split at a random row, the twin over the whole frame.
                     Planes wide = scalar;
-                    kernel.scalar(scalar.View());
-                    kernel.wide(wide.View());
+                    const int32_t split = int32_t(random() % (shape.height + 1));
+                    kernel.scalar(scalar.View(), 0, shape.height);
+                    kernel.wide(wide.View(), 0, split);
+                    kernel.wide(wide.View(), split, shape.height);
                     ASSERT_EQ(wide.storage, scalar.storage) << kernel.name << " " << shape.width << "x"
-                                                            << shape.height << " phase " << phase << " depth " << depth;
+                                                            << shape.height << " phase " << phase << " depth " << depth << " split " << split;
                 }
             }
 }
@@ -90,14 +93,38 @@ TEST(HAKernelsTest, WideReductionEqualsTheTwin) {
                     Fill(scalar.storage, random, inDepth, extreme);
                     Planes wide = scalar;
                     alignas(32) static uint8_t scratch[2 * (2 * 16 * 24 + 64)];
+                    // The wide form in two ranges of output rows, the twin over all of them at once.
+                    const int32_t outRows = HAOutputRows(shape.height, scale);
+                    const int32_t split = int32_t(random() % (outRows + 1));
                     HAReduceScalar(scalar.Origin(0), scalar.stride, shape.width, shape.height, scale, inDepth,
-                                   outDepth, scratch);
+                                   outDepth, scratch, 0, outRows);
                     HAReduceAvx2(wide.Origin(0), wide.stride, shape.width, shape.height, scale, inDepth, outDepth,
-                                 scratch);
+                                 scratch, 0, split);
+                    HAReduceAvx2(wide.Origin(0), wide.stride, shape.width, shape.height, scale, inDepth, outDepth,
+                                 scratch, split, outRows);
                     ASSERT_EQ(wide.storage, scalar.storage)
                         << "scale " << scale << " depths " << inDepth << "->" << outDepth << " " << shape.width
                         << "x" << shape.height << (extreme ? " extreme" : "");
                 }
+}
+
+TEST(HAKernelsTest, WideLoadEqualsTheTwin) {
+    if (!HasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+    std::mt19937 random(13);
+    for (const Shape& shape : RandomShapes(random))
+        for (const bool deep : {false, true}) {
+            const int32_t srcStride = shape.width * (deep ? 2 : 1) + int32_t(random() % 5);
+            std::vector<uint8_t> source(size_t(srcStride) * shape.height);
+            for (uint8_t& b : source) b = uint8_t(random());
+            Planes scalar(shape.width, shape.height, 0);
+            Fill(scalar.storage, random, 0, true);
+            Planes wide = scalar;
+            const int32_t split = int32_t(random() % (shape.height + 1));
+            HALoadScalar(scalar.View(), source.data(), srcStride, deep, 0, shape.height);
+            HALoadAvx2(wide.View(), source.data(), srcStride, deep, 0, split);
+            HALoadAvx2(wide.View(), source.data(), srcStride, deep, split, shape.height);
+            ASSERT_EQ(wide.storage, scalar.storage) << shape.width << "x" << shape.height << (deep ? " deep" : "");
+        }
 }
 
 // Worked values of single sites, on a plane that is 1000 everywhere else, through every form this processor has.
@@ -115,14 +142,40 @@ protected:
     const HAKernelSet& Kernels() const { return HAKernelsFor(GetParam()); }
 };
 
+TEST_P(HAKernelSites, LoadScalesByEightAndMirrorsTheColourPlanesColumns) {
+    // Row 1 of words 0x1FFF (which wraps to 0xFFF8), 1, 2, ... and row 2 of bytes 0, 1, 2, ...
+    uint8_t words[2 * 16], bytes[16];
+    for (int32_t x = 0; x < 16; ++x) {
+        const uint16_t sample = x == 0 ? 0x1FFF : uint16_t(x);
+        words[2 * x] = uint8_t(sample), words[2 * x + 1] = uint8_t(sample >> 8);
+        bytes[x] = uint8_t(x);
+    }
+    Kernels().load(planes.View(), words - 32, 32, true, 1, 2);
+    Kernels().load(planes.View(), bytes - 32, 16, false, 2, 3);
+    for (const int plane : {green, evenColour, oddColour}) {
+        EXPECT_EQ(planes.At(plane, 1, 0), 0xFFF8);
+        EXPECT_EQ(planes.At(plane, 1, 15), 15 * 8);
+        EXPECT_EQ(planes.At(plane, 2, 7), 7 * 8);
+    }
+    for (const int plane : {evenColour, oddColour}) {
+        EXPECT_EQ(planes.At(plane, 2, -2), 2 * 8);
+        EXPECT_EQ(planes.At(plane, 2, -1), 1 * 8);
+        EXPECT_EQ(planes.At(plane, 2, 16), 14 * 8);
+        EXPECT_EQ(planes.At(plane, 2, 17), 13 * 8);
+    }
+    // Green's ring is interpolated green, filled later: the load leaves it.
+    EXPECT_EQ(planes.At(green, 2, -1), 1000);
+    EXPECT_EQ(planes.At(green, 3, 7), 1000);
+}
+
 TEST_P(HAKernelSites, GreenTieTakesTheMeanOfBothEstimatesWithoutRounding) {
     // At (2, 4): H = |100 - 300| = 200 = V = |701 - 501|, hSum = 400, vSum = 1202: (1602 >> 1) >> 1 = 400.
     Mosaic(2, 3, 100), Mosaic(2, 5, 300), Mosaic(1, 4, 701), Mosaic(3, 4, 501);
-    Kernels().green(planes.View());
+    Kernels().green(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(green, 2, 4), 400);
     // A larger vertical gradient takes the horizontal estimate.
     Mosaic(1, 4, 702);
-    Kernels().green(planes.View());
+    Kernels().green(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(green, 2, 4), 200);
 }
 
@@ -130,7 +183,7 @@ TEST_P(HAKernelSites, NegativeEstimatesBecomeZero) {
     // Green at (2, 4): a dark colour sample among bright ones, ch = cv = -4000, a tie at T = -2000.
     Mosaic(2, 4, 0);
     for (const int32_t d : {-2, 2}) Mosaic(2, 4 + d, 4000), Mosaic(2 + d, 4, 4000);
-    Kernels().green(planes.View());
+    Kernels().green(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(green, 2, 4), 0);
 }
 
@@ -139,7 +192,7 @@ TEST_P(HAKernelSites, ColourAtGreenFloorsAndClamps) {
     planes.At(green, 2, 4) = 3000, planes.At(evenColour, 2, 4) = 1;
     // The other colour from above and below: (2000 - 1000 - 1000 + 1001 + 1000) >> 1 = 1000 (1000.5 floored).
     planes.At(oddColour, 1, 5) = 1001;
-    Kernels().colourAtGreen(planes.View());
+    Kernels().colourAtGreen(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(evenColour, 2, 5), 0);
     EXPECT_EQ(planes.At(oddColour, 2, 5), 1000);
 }
@@ -150,7 +203,7 @@ TEST_P(HAKernelSites, DiagonalGradientsHaveNoFactorTwo) {
     planes.At(green, 1, 5) = 950, planes.At(green, 3, 3) = 950;
     planes.At(oddColour, 1, 3) = 200, planes.At(oddColour, 3, 5) = 500;
     planes.At(oddColour, 1, 5) = 300, planes.At(oddColour, 3, 3) = 150;
-    Kernels().colourAtColour(planes.View());
+    Kernels().colourAtColour(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(oddColour, 2, 4), 275);
 }
 
@@ -167,7 +220,8 @@ TEST_P(HAKernelSites, ReductionWrapsIn16Bits) {
     for (const Case& c : cases) {
         for (uint16_t& v : planes.storage) v = c.sample;
         alignas(32) uint8_t scratch[2 * (2 * 16 + 64)];
-        Kernels().reduce(planes.Origin(green), planes.stride, 16, 16, c.scale, 12, c.outDepth, scratch);
+        Kernels().reduce(planes.Origin(green), planes.stride, 16, 16, c.scale, 12, c.outDepth, scratch, 0,
+                         HAOutputRows(16, c.scale));
         const uint16_t result =
             c.scale == 1 ? planes.At(green, 0, 0) : reinterpret_cast<uint8_t*>(planes.Origin(green))[0];
         EXPECT_EQ(result, c.expected) << "scale " << c.scale << " sample " << c.sample;

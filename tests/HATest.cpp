@@ -4,6 +4,7 @@
 #include "demosaic/HA.h"
 #include "demosaic/NewDeBayer.h"
 #include "platform/Platform.h"
+#include "primitives/Px.h"
 
 #include <gtest/gtest.h>
 #include <turbojpeg.h>
@@ -185,6 +186,99 @@ TEST_F(HATest, RefusesScalesItCannotReduceAndFailedAllocations) {
     platform::FailAllocationAfter(0);
     EXPECT_TRUE(LogCapture::Take().empty());
     EXPECT_NE(MakeHA(64, 32, {PixelFormat::BayerRGGB, 8, 8}), nullptr);
+}
+
+// ---- The banded pipeline against the whole-frame steps ------------------------------------------------------
+
+// The whole-frame pipeline from the scalar kernels, on planes in the stage's layout: load, mirror all three
+// planes, green, mirror green, both colour steps, reduce each plane.
+struct ReferencePlanes {
+    ReferencePlanes(int32_t width, int32_t height, int32_t phase)
+        : stride(width + 32), planeElements(size_t(height + 4) * size_t(width + 32) + 32),
+          storage(3 * planeElements), view{Origin(0), Origin(1), Origin(2), stride, width, height, phase} {}
+    uint16_t* Origin(int plane) { return storage.data() + size_t(plane) * planeElements + 2 * stride + 2; }
+
+    void Run(const void* src, int32_t srcStride, int32_t inDepth, int32_t outDepth, int32_t scale) {
+        const PxSize source{view.width, view.height}, withRing{view.width + 4, view.height + 4};
+        const int32_t stepBytes = int32_t(2 * stride);
+        HALoadScalar(view, src, srcStride, inDepth > 8, 0, view.height);
+        for (uint16_t* plane : {view.g, view.even, view.odd}) PxCopyMirrorBorder_16u_I(plane, stepBytes, source, withRing, 2, 2);
+        HAGreenScalar(view, 0, view.height);
+        PxCopyMirrorBorder_16u_I(view.g, stepBytes, source, withRing, 2, 2);
+        HAColourAtGreenScalar(view, 0, view.height);
+        HAColourAtColourScalar(view, 0, view.height);
+        alignas(32) static uint8_t scratch[2 * (2 * 512 + 64)];
+        for (uint16_t* plane : {view.g, view.even, view.odd})
+            HAReduceScalar(plane, stride, view.width, view.height, scale, inDepth, outDepth, scratch, 0,
+                           HAOutputRows(view.height, scale));
+    }
+
+    intptr_t stride;
+    size_t planeElements;
+    std::vector<uint16_t> storage;
+    HAPlanes view;
+};
+
+// Runs the stage's Interpolate and compares its planes with the reference: the packed output bytes, and every
+// element of the planes and their rings beyond them (the slack columns aside, which neither writes).
+void ExpectSamePlanes(HA& stage, ReferencePlanes& reference, int32_t scale, int32_t outDepth, const std::string& what) {
+    const HAPlanes ours = stage.Planes();
+    const int32_t w = reference.view.width, h = reference.view.height;
+    const intptr_t packed = scale > 1 ? intptr_t(h / scale) * (w / scale) : outDepth == 8 ? intptr_t(h) * w : 0;
+    const uint16_t* oursPlanes[3] = {ours.g, ours.even, ours.odd};
+    const uint16_t* theirs[3] = {reference.view.g, reference.view.even, reference.view.odd};
+    for (int plane = 0; plane < 3; ++plane) {
+        const uint8_t* a = reinterpret_cast<const uint8_t*>(oursPlanes[plane]);
+        const uint8_t* b = reinterpret_cast<const uint8_t*>(theirs[plane]);
+        for (intptr_t i = 0; i < packed; ++i) ASSERT_EQ(a[i], b[i]) << what << " plane " << plane << " byte " << i;
+        for (int32_t y = -2; y < h + 2; ++y)
+            for (int32_t x = -2; x < w + 2; ++x) {
+                const intptr_t at = y * ours.stride + x;
+                if (2 * at < packed) continue;
+                ASSERT_EQ(oursPlanes[plane][at], theirs[plane][y * reference.stride + x])
+                    << what << " plane " << plane << " row " << y << " column " << x;
+            }
+    }
+}
+
+// The stage runs its steps in bands of rows, a few rows behind each other, and packs the output while later
+// bands are still being interpolated. Heights below, at and above a band and of two and three bands, at widths
+// with long and short bands, every phase, scale and depth: the planes equal those of the whole-frame steps.
+TEST_F(HATest, BandsGiveTheWholeFrameResult) {
+    std::mt19937 random(17);
+    ForEachForm([&] {
+        for (const int32_t width : {16, 48, 400, 2048}) {
+            const int32_t band = dynamic_cast<HA&>(*MakeHA(width, 2, {PixelFormat::BayerRGGB, 8, 8})).BandRows();
+            for (int32_t height : {2, 6, band - 2, band, band + 2, 2 * band, 3 * band + 2}) {
+                height += height & 1;
+                for (uint32_t format = PixelFormat::BayerRGGB; format <= PixelFormat::BayerGBRG; ++format)
+                    for (const int32_t inDepth : {8, 12})
+                        for (const int32_t outDepth : {8, 12})
+                            for (const int32_t scale : {1, 2, 4, 8, 16}) {
+                                if (scale > 1 && inDepth > 8) continue;
+                                const int32_t srcStride = width * (inDepth > 8 ? 2 : 1);
+                                Bytes mosaic(size_t(srcStride) * height);
+                                for (uint8_t& b : mosaic) b = uint8_t(random());
+                                if (inDepth > 8)
+                                    for (size_t i = 1; i < mosaic.size(); i += 2) mosaic[i] &= 0x0F;
+                                const ImageFormat out{PixelFormat::RGBX, outDepth, outDepth == 8 ? 32u : 64u};
+                                Stage stage = MakeHA(width, height, {format, inDepth, inDepth > 8 ? 16u : 8u},
+                                                     scale, out);
+                                ASSERT_NE(stage, nullptr);
+                                HA& ha = dynamic_cast<HA&>(*stage);
+                                ReferencePlanes reference(width, height, ha.Planes().phase);
+                                reference.Run(mosaic.data(), srcStride, inDepth, outDepth, scale);
+                                ha.Interpolate(mosaic.data(), srcStride);
+                                ExpectSamePlanes(ha, reference, scale, outDepth,
+                                                 std::to_string(width) + "x" + std::to_string(height) + " format " +
+                                                     std::to_string(format) + " depths " + std::to_string(inDepth) +
+                                                     "->" + std::to_string(outDepth) + " scale " +
+                                                     std::to_string(scale));
+                                if (HasFatalFailure()) return;
+                            }
+            }
+        }
+    });
 }
 
 // ---- Streams through the exported interface ------------------------------------------------------------

@@ -76,6 +76,7 @@ void CloseLibrary(Library library) { dlclose(library); }
 #endif
 
 TEST(PluginLibrary, AHostLoadsItAndStreamsMonoToJpeg) {
+    ProvideBenchmarkCache();
     Library library = OpenLibrary(FRAMEFEED_PLUGIN_PATH);
     ASSERT_NE(library, nullptr) << FRAMEFEED_PLUGIN_PATH;
     const auto createStreamer = reinterpret_cast<decltype(&CreateStreamer)>(FindFunction(library, "CreateStreamer"));

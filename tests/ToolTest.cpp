@@ -16,9 +16,11 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -58,7 +60,8 @@ Picture ZonePlate(uint32_t side) {
             const double luma = 128 + 70 * std::sin(0.0009 * r2 * 3.14 * 4);
             const double rgb[3] = {luma + 40 * std::sin(x * 0.15), luma, luma + 40 * std::cos(y * 0.13)};
             for (int c = 0; c < 3; ++c)
-                picture.pixels[(size_t(y) * side + x) * 3 + c] = uint8_t(std::lround(std::fmin(255, std::fmax(0, rgb[c]))));
+                picture.pixels[(size_t(y) * side + x) * 3 + c] =
+                    uint8_t(std::lround(std::fmin(255, std::fmax(0, rgb[c]))));
         }
     return picture;
 }
@@ -98,7 +101,9 @@ bool ReadJpeg(const fs::path& path, Picture& picture) {
     bool ok = tjDecompressHeader3(handle, bytes.data(), bytes.size(), &width, &height, &subsampling, &colourspace) == 0;
     if (ok) {
         picture = Picture{uint32_t(width), uint32_t(height), 3, std::vector<uint8_t>(size_t(width) * height * 3)};
-        ok = tjDecompress2(handle, bytes.data(), bytes.size(), picture.pixels.data(), width, 0, height, TJPF_RGB, 0) == 0;
+        const int status =
+            tjDecompress2(handle, bytes.data(), bytes.size(), picture.pixels.data(), width, 0, height, TJPF_RGB, 0);
+        ok = status == 0;
     }
     tjDestroy(handle);
     return ok;
@@ -125,10 +130,16 @@ protected:
         const fs::path programData = fs::path(testing::TempDir()) / "framefeed-tool-programdata";
         setenv("PROGRAMDATA", programData.c_str(), 1);
         fs::create_directories(programData / "Kolvane/Config/Server");
-        const uint32_t stamp = VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
+        const uint32_t stamp =
+            VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
         const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, MadeUpRates());
-        std::ofstream(programData / "Kolvane/Config/Server/FrameFeedPerf.bin", std::ios::binary)
+        // Test processes run side by side under CTest: each writes its own copy and renames it into place, so a
+        // tool never reads a half-written cache (which would make it measure the machine).
+        const fs::path serverFolder = programData / "Kolvane/Config/Server";
+        const fs::path copy = serverFolder / ("FrameFeedPerf.bin." + std::to_string(getpid()));
+        std::ofstream(copy, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+        fs::rename(copy, serverFolder / "FrameFeedPerf.bin");
     }
 
     void SetUp() override {
@@ -195,7 +206,8 @@ TEST_F(Tool, PreviewTurnsAnImageIntoEachSensorsFrameAndBack) {
         ASSERT_EQ(result.height, c.height);
         ASSERT_EQ(result.channels, c.channels);
         for (int quadrant = 0; quadrant < 4; ++quadrant) {
-            const uint32_t x = c.width / 4 + (quadrant % 2) * c.width / 2, y = c.height / 4 + (quadrant / 2) * c.height / 2;
+            const uint32_t x = c.width / 4 + (quadrant % 2) * c.width / 2,
+                           y = c.height / 4 + (quadrant / 2) * c.height / 2;
             const uint8_t* expected = quadrantColours[quadrant];
             const uint8_t* actual = result.At(x, y);
             if (c.channels == 1) {
@@ -203,7 +215,8 @@ TEST_F(Tool, PreviewTurnsAnImageIntoEachSensorsFrameAndBack) {
                 continue;
             }
             for (int channel = 0; channel < 3; ++channel)
-                EXPECT_NEAR(actual[channel], expected[channel], c.tolerance) << "quadrant " << quadrant << " channel " << channel;
+                EXPECT_NEAR(actual[channel], expected[channel], c.tolerance)
+                    << "quadrant " << quadrant << " channel " << channel;
         }
         fs::remove(folder / c.output);
     }
@@ -221,7 +234,8 @@ TEST_F(Tool, PreviewReadsARawFrameFile) {
         for (size_t k = 0; k < 4; ++k) bits |= uint64_t(samples[i + k]) << (10 * k);
         for (size_t k = 0; k < 5; ++k) bytes[i / 4 * 5 + k] = uint8_t(bits >> (8 * k));
     }
-    std::ofstream(folder / "frame.raw", std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::ofstream(folder / "frame.raw", std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 
     const Outcome outcome = Run("preview frame.raw --raw 32x16 --format mono --depth 10 --raw-output -o frame.png");
     ASSERT_EQ(outcome.status, 0) << outcome.err;
@@ -243,10 +257,12 @@ TEST_F(Tool, BadArgumentsAndFilesFailWithTheReasonAndWriteNothing) {
     const Case cases[] = {
         {"preview tiny.png --as bayer -o out.jpg", 2,
          "unknown format 'bayer' for --as; valid formats: mono, rggb, grbg, bggr, gbrg, rgb, rgbx, uyvy, yuyv"},
-        {"preview frame.raw --raw 32x16 --format rgbz -o out.png --raw-output", 2, "unknown format 'rgbz' for --format"},
+        {"preview frame.raw --raw 32x16 --format rgbz -o out.png --raw-output", 2,
+         "unknown format 'rgbz' for --format"},
         {"preview frame.raw --raw 32x16 --format mono --depth 10 --raw-output -o out.png", 1,
          "frame.raw has 100 bytes, but a 32x16 mono frame at depth 10 with 10 bits per pixel has 640"},
         {"preview frame.raw --raw 32by16 --format mono", 2, "--raw '32by16': expected WIDTHxHEIGHT"},
+        {"preview frame.raw --raw 32x16 --format mono --as rggb", 2, "--as turns an image into a sensor's frame"},
         {"preview missing.png -o out.jpg", 1, "cannot read missing.png"},
         {"preview frame.raw -o out.jpg", 1, "frame.raw is not a PNG, PPM or PGM image"},
         {"preview tiny.png --scale 3 -o out.jpg", 2, "unsupported --scale 3; valid scales: 1, 2, 4, 8, 16"},
@@ -281,14 +297,14 @@ TEST_F(Tool, EstimateAddsTheStagesOfTheStreamFromTheCache) {
     };
     const double hd = 1920.0 * 1080, vga = 640.0 * 480, wide = 1280.0 * 720;
     const Case cases[] = {
-        {"--format rggb --depth 12 --scale 2", hd / rates.packRate(12) + hd / rates.fastDemosaicRate(2) +
-                                                   hd / 4 / rates.jpegRate(PixelFormat::BayerRGGB)},
+        {"--format rggb --depth 12 --scale 2",
+         hd / rates.packRate(12) + hd / rates.fastDemosaicRate(2) + hd / 4 / rates.jpegRate(PixelFormat::BayerRGGB)},
         {"--size 640x480 --format mono --scale 4 --raw-output", vga / rates.monoScaleRate(4)},
         {"--size 1280x720 --format uyvy", wide / rates.yuvRate(1) + wide / rates.jpegRate(PixelFormat::UYVY)},
-        {"--format bggr --demosaic ha --scale 2 --fps 25", hd / rates.qualityDemosaicRate(8, 2) +
-                                                               hd / 4 / rates.jpegRate(PixelFormat::BayerBGGR)},
-        {"--format gbrg --depth 12 --demosaic lpaicia --keep-high-bpp", hd / rates.fastDemosaicRate(1) +
-                                                                            hd / rates.jpegRate(PixelFormat::BayerGBRG)},
+        {"--format bggr --demosaic ha --scale 2 --fps 25",
+         hd / rates.qualityDemosaicRate(8, 2) + hd / 4 / rates.jpegRate(PixelFormat::BayerBGGR)},
+        {"--format gbrg --depth 12 --demosaic lpaicia --keep-high-bpp",
+         hd / rates.fastDemosaicRate(1) + hd / rates.jpegRate(PixelFormat::BayerGBRG)},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments);
@@ -308,6 +324,72 @@ TEST_F(Tool, EstimateAddsTheStagesOfTheStreamFromTheCache) {
     const Outcome noCache = Run("estimate", "PROGRAMDATA='" + (folder / "empty").string() + "'");
     EXPECT_EQ(noCache.status, 1);
     EXPECT_NE(noCache.err.find("run 'framefeed bench' first"), std::string::npos) << noCache.err;
+}
+
+// bench on a valid cache loads it without measuring and shows each cell under its own row and column: every cell
+// of this cache holds its own index, in MPix/s, plus one half.
+TEST_F(Tool, BenchShowsTheCachedFiguresCellByCell) {
+    PerfTable table{};
+    for (size_t i = 0; i < PerfTable::cellCount; ++i) table.cells[i] = i * 1000000 + 500000;
+    const fs::path programData = folder / "programdata";
+    fs::create_directories(programData / "Kolvane/Config/Server");
+    const uint32_t stamp = VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
+    const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, table);
+    std::ofstream(programData / "Kolvane/Config/Server/FrameFeedPerf.bin", std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+
+    const Outcome outcome = Run("bench", "PROGRAMDATA='" + programData.string() + "'");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.err.find("Benchmarking system..."), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.out.find("cache file: " + (programData / "Kolvane/Config/Server/FrameFeedPerf.bin").string()),
+              std::string::npos)
+        << outcome.out;
+
+    // The figures after a row's label, in the order printed.
+    const auto row = [&](const std::string& label) {
+        std::vector<std::string> cells;
+        std::istringstream lines(outcome.out);
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.find(label);
+            if (at == std::string::npos) continue;
+            std::istringstream words(line.substr(at + label.size()));
+            for (std::string word; words >> word;) cells.push_back(word);
+            break;
+        }
+        return cells;
+    };
+    const auto figure = [&](size_t cell) {
+        return std::to_string(cell) + ".5";
+    };
+    EXPECT_EQ(row("Mono binning"), (std::vector<std::string>{figure(16 + 1), figure(16 + 2), figure(16 + 4),
+                                                             figure(16 + 8), figure(16 + 16)}));
+    EXPECT_EQ(row("Packed YUV 4:2:2 planing")[2], figure(33 + 4));
+    EXPECT_EQ(row("Fast demosaicking (DeBayerLQ)")[4], figure(186 + 16));
+    EXPECT_EQ(row("Quality demosaicking, 10-bit")[1], figure(322 + 10 * 17 + 2));
+    EXPECT_EQ(row("Quality demosaicking, 12-bit")[0], figure(322 + 12 * 17 + 1));
+}
+
+// The demo needs no arguments: it finds its sample and writes one file per stream into the folder it names.
+TEST_F(Tool, DemoRunsTheSampleThroughTypicalStreams) {
+    const Outcome outcome = Run("demo -o results");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    struct Expected {
+        const char* file;
+        uint32_t width, height, channels;
+    };
+    const Expected files[] = {{"bayer12-scale2.jpg", 248, 250, 3}, {"uyvy.jpg", 496, 500, 3},
+                              {"mono10-raw.png", 496, 500, 1},     {"bayer-DeBayerLQ.jpg", 496, 500, 3},
+                              {"bayer-HA.jpg", 496, 500, 3}};
+    for (const Expected& expected : files) {
+        SCOPED_TRACE(expected.file);
+        EXPECT_NE(outcome.out.find(expected.file), std::string::npos) << outcome.out;
+        Picture result;
+        const fs::path path = folder / "results" / expected.file;
+        ASSERT_TRUE(path.extension() == ".png" ? ReadPng(path, result) : ReadJpeg(path, result));
+        EXPECT_EQ(result.width, expected.width);
+        EXPECT_EQ(result.height, expected.height);
+        EXPECT_EQ(result.channels, expected.channels);
+    }
 }
 
 // On rings of fine luminance detail with slowly changing colour, the algorithms rank as their methods promise.

@@ -41,6 +41,7 @@ void BenchSink(uint32_t level, const char* format, ...) {
     if (level == 1) {
         measuring = true;
         benchProgress->Note(text);
+        benchProgress->Show("measuring the stages on 2048x2048 frames");
     } else if (level == figuresLevel) {
         benchProgress->Step(text);
     } else {
@@ -148,12 +149,12 @@ int RunBench(const BenchOptions& options) {
 }
 
 int RunEstimate(const EstimateOptions& options) {
-    FrameSpec spec;
-    ParseSize(options.size, "--size", spec.width, spec.height);
-    spec.format = ParseFormatName(options.format, "--format");
-    spec.bitDepth = options.depth;
-    spec.bitsPerPixel = DefaultBitsPerPixel(spec.format, spec.bitDepth);
-    CheckLayout(spec);
+    FrameLayout layout;
+    ParseSize(options.size, "--size", layout.width, layout.height);
+    layout.format = ParseFormatName(options.format, "--format");
+    layout.bitDepth = options.depth;
+    layout.bitsPerPixel = DefaultBitsPerPixel(layout.format, layout.bitDepth);
+    CheckLayout(layout);
     CheckScale(options.scale);
     const uint32_t demosaic = ParseDemosaic(options.demosaic);
     if (!(options.fps > 0)) throw UsageError("--fps must be above 0");
@@ -165,12 +166,12 @@ int RunEstimate(const EstimateOptions& options) {
     CreateStreamer(&QuietSink);
 
     StreamConfig config{};
-    config.format = spec.format;
-    config.bitDepth = spec.bitDepth;
-    config.bitsPerPixel = spec.bitsPerPixel;
+    config.format = layout.format;
+    config.bitDepth = layout.bitDepth;
+    config.bitsPerPixel = layout.bitsPerPixel;
     config.inputCompression = CompressionCode::Raw;
-    config.width = spec.width;
-    config.height = spec.height;
+    config.width = layout.width;
+    config.height = layout.height;
     StreamParameters parameters[4]{};
     parameters[0].scale = options.scale;
     parameters[0].demosaic = demosaic;
@@ -179,15 +180,17 @@ int RunEstimate(const EstimateOptions& options) {
     parameters[0].keepHighBpp = options.keepHighBpp ? 1 : 0;
     const float seconds = GetStreamerPerformance(&config, parameters);
 
-    std::printf("stream: %ux%u %s %d-bit, scale %u, %s%s, %s output\n", spec.width, spec.height,
-                FormatName(spec.format).c_str(), spec.bitDepth, options.scale,
-                spec.format >= PixelFormat::BayerRGGB && spec.format <= PixelFormat::BayerGBRG ? DemosaicName(demosaic)
-                                                                                                 : "no demosaicking",
+    std::printf("stream: %ux%u %s %d-bit, scale %u, %s%s, %s output\n", layout.width, layout.height,
+                FormatName(layout.format).c_str(), layout.bitDepth, options.scale,
+                layout.format >= PixelFormat::BayerRGGB && layout.format <= PixelFormat::BayerGBRG
+                    ? DemosaicName(demosaic)
+                    : "no demosaicking",
                 options.keepHighBpp ? ", high bit depth kept" : "", options.rawOutput ? "raw" : "JPEG");
     std::printf("figures from: %s\n", path.c_str());
     if (std::isinf(seconds) || std::isnan(seconds))
-        throw ToolError("the cache has no rate for a stage of this stream: the benchmark does not measure it, or the "
-                        "stream would refuse it");
+        throw ToolError(
+            "the cache has no rate for a stage of this stream: the benchmark does not measure it, or the "
+            "stream would refuse it");
     std::printf("seconds per frame: %.9g\n", double(seconds));
     if (seconds == 0) {
         std::printf("no stage runs: frames pass through at no processing cost\n");
@@ -195,6 +198,7 @@ int RunEstimate(const EstimateOptions& options) {
     }
     const double framesPerSecond = 1.0 / double(seconds);
     std::printf("frames per second per core: %.1f\n", framesPerSecond);
-    std::printf("cameras at %g fps per core: %lld\n", options.fps, (long long)std::floor(framesPerSecond / options.fps));
+    std::printf("cameras at %g fps per core: %lld\n", options.fps,
+                (long long)std::floor(framesPerSecond / options.fps));
     return 0;
 }

@@ -8,12 +8,12 @@
 
 struct PreviewOptions {
     std::string input;
-    std::string output;    // empty: the input's name with .jpg or .png, in the current folder
-    std::string raw;       // WIDTHxHEIGHT of a raw frame file; empty for an image
-    std::string format;    // of a raw frame
-    std::string as = "rggb";  // the sensor an image is turned into
+    std::string output;  // empty: the input's name with .jpg or .png, in the current folder
+    std::string raw;     // WIDTHxHEIGHT of a raw frame file; empty for an image
+    std::string format;  // of a raw frame
+    std::string as;      // the sensor an image is turned into; empty: rggb
     int32_t depth = 8;
-    uint32_t bpp = 0;      // 0: the sensor's usual layout for the depth
+    uint32_t bpp = 0;  // 0: the sensor's usual layout for the depth
     uint32_t scale = 1;
     std::string demosaic = "lq";
     double quality = 0.75;

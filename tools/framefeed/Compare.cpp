@@ -51,9 +51,11 @@ struct Result {
     Image crop;
 };
 
-std::unique_ptr<ImageProcessing> MakeStage(const Algorithm& algorithm, uint32_t bayer, uint32_t width, uint32_t height) {
+std::unique_ptr<ImageProcessing> MakeStage(const Algorithm& algorithm, uint32_t bayer, uint32_t width,
+                                           uint32_t height) {
     const ImageFormat in{bayer, 8, 8};
-    return std::unique_ptr<ImageProcessing>(NewDeBayer(width, height, &in, &algorithm.out, 1, algorithm.selector, nullptr));
+    return std::unique_ptr<ImageProcessing>(
+        NewDeBayer(width, height, &in, &algorithm.out, 1, algorithm.selector, nullptr));
 }
 
 // PSNR over R, G and B together, peak 255, without the border.
@@ -74,9 +76,9 @@ double Cpsnr(const Image& original, const std::vector<uint8_t>& output, uint32_t
 }
 
 Image ToImage(const std::vector<uint8_t>& output, uint32_t width, uint32_t height, uint32_t bytesPerPixel) {
-    FrameSpec spec{bytesPerPixel == 3 ? uint32_t(PixelFormat::RGB) : uint32_t(PixelFormat::RGBX), 8,
-                   bytesPerPixel * 8, width, height};
-    return DecodeFrame(output.data(), output.size(), spec);
+    FrameLayout layout{bytesPerPixel == 3 ? uint32_t(PixelFormat::RGB) : uint32_t(PixelFormat::RGBX), 8,
+                       bytesPerPixel * 8, width, height};
+    return DecodeFrame(output.data(), output.size(), layout);
 }
 
 void Paste(Image& sheet, const Image& part, uint32_t left, uint32_t top, uint32_t zoom) {
@@ -103,7 +105,8 @@ int RunCompare(const CompareOptions& options) {
     if (options.zoom < 1 || options.zoom > 8) throw UsageError("--zoom must be 1 to 8");
     {
         const std::string given = fs::u8path(options.output).extension().u8string();
-        if (given != ".png" && given != ".PNG") throw UsageError("-o " + options.output + ": the contact sheet is a .png");
+        if (given != ".png" && given != ".PNG")
+            throw UsageError("-o " + options.output + ": the contact sheet is a .png");
     }
 
     // Every image is read before any work, so a bad one stops the command with nothing written.
@@ -113,7 +116,8 @@ int RunCompare(const CompareOptions& options) {
         const uint32_t width = image.width / 16 * 16, height = image.height / 2 * 2;
         if (width < minimumSide || height < minimumSide)
             throw ToolError(path + " is " + std::to_string(image.width) + "x" + std::to_string(image.height) +
-                            "; compare needs at least " + std::to_string(minimumSide) + "x" + std::to_string(minimumSide));
+                            "; compare needs at least " + std::to_string(minimumSide) + "x" +
+                            std::to_string(minimumSide));
         sources.push_back({fs::u8path(path).stem().u8string(), Crop(image, 0, 0, width, height)});
     }
 
@@ -135,8 +139,8 @@ int RunCompare(const CompareOptions& options) {
         std::vector<uint8_t> mosaic, output;
         for (size_t i = 0; i < sources.size(); ++i) {
             const Image& rgb = sources[i].rgb;
-            const FrameSpec spec{bayer, 8, 8, rgb.width, rgb.height};
-            mosaic = MakeFrame(rgb, spec);
+            const FrameLayout layout{bayer, 8, 8, rgb.width, rgb.height};
+            mosaic = MakeFrame(rgb, layout);
             for (size_t a = 0; a < algorithmCount; ++a) {
                 if (!available[a]) continue;
                 progress.Step(sources[i].name + ": " + algorithms[a].name);
@@ -170,7 +174,8 @@ int RunCompare(const CompareOptions& options) {
     for (size_t i = 0; i < sources.size(); ++i) {
         const Image& rgb = sources[i].rgb;
         const uint32_t top = sheetGap + uint32_t(i) * (cell + sheetGap);
-        Paste(sheet, Crop(rgb, (rgb.width - crop) / 2, (rgb.height - crop) / 2, crop, crop), sheetGap, top, options.zoom);
+        Paste(sheet, Crop(rgb, (rgb.width - crop) / 2, (rgb.height - crop) / 2, crop, crop), sheetGap, top,
+              options.zoom);
         uint32_t column = 1;
         for (size_t a = 0; a < algorithmCount; ++a) {
             if (!available[a]) continue;

@@ -18,7 +18,7 @@ std::string FormatTitle(uint32_t format);
 std::string FormatNames();
 
 // What a frame holds: its PixelFormat, sample depth, stored bits per pixel and size.
-struct FrameSpec {
+struct FrameLayout {
     uint32_t format = 0;
     int32_t bitDepth = 8;
     uint32_t bitsPerPixel = 0;
@@ -32,16 +32,16 @@ uint32_t DefaultBitsPerPixel(uint32_t format, int32_t bitDepth);
 
 // Checks the combination of format, depth and bits per pixel that the tool can make or size; throws a usage
 // error that lists the valid depths and layouts of the format.
-void CheckLayout(const FrameSpec& spec);
+void CheckLayout(const FrameLayout& layout);
 
 // Bytes in one frame of this layout.
-uint64_t FrameBytes(const FrameSpec& spec);
+uint64_t FrameBytes(const FrameLayout& layout);
 
-// The frame a sensor of this layout delivers for the image (cut to spec.width by spec.height first): Bayer sites
+// The frame a sensor of this layout delivers for the image (cut to layout.width by layout.height first): Bayer sites
 // keep their own colour, grey comes from BT.601 luma, YUV from the full-range JPEG conversion with chroma averaged
 // over the pixels that share it, and deeper samples repeat their high bits in the low ones.
-std::vector<uint8_t> MakeFrame(const Image& image, const FrameSpec& spec);
+std::vector<uint8_t> MakeFrame(const Image& image, const FrameLayout& layout);
 
 // An 8-bit output image of the given layout as grey or RGB: Mono and Bayer as grey, RGB and RGBX as RGB, planar
 // YUV converted back to RGB. Throws ToolError for a layout it cannot show.
-Image DecodeFrame(const uint8_t* data, size_t size, const FrameSpec& spec);
+Image DecodeFrame(const uint8_t* data, size_t size, const FrameLayout& layout);

@@ -83,7 +83,8 @@ uint32_t ParseDemosaic(const std::string& text) {
         if (wanted == name || wanted == std::to_string(i)) return i;
     }
     if (wanted == "lq" || wanted == "fast") return 0;
-    throw UsageError("unknown --demosaic '" + text + "'; valid choices: lq (or 0, DeBayerLQ), ha (1), lpaicia (2), mlri (3)");
+    throw UsageError("unknown --demosaic '" + text +
+                     "'; valid choices: lq (or 0, DeBayerLQ), ha (1), lpaicia (2), mlri (3)");
 }
 
 StreamOutcome RunStream(const StreamRequest& request, const std::vector<uint8_t>& frame) {
@@ -121,8 +122,8 @@ StreamOutcome RunStream(const StreamRequest& request, const std::vector<uint8_t>
         }
         if (feed->SlotCount() == 1) outcome.chain += " (no stages: the frame passes through)";
         const StageSlot& last = feed->Slot(feed->SlotCount() - 1);
-        outcome.output = FrameSpec{last.format.format, last.format.bitDepth, last.format.bitsPerPixel, last.width,
-                                   last.height};
+        outcome.output =
+            FrameLayout{last.format.format, last.format.bitDepth, last.format.bitsPerPixel, last.width, last.height};
     }
     outcome.jpeg = request.jpeg;
 

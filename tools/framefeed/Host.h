@@ -16,7 +16,7 @@ std::vector<std::string> TakeLogLines();
 
 // What a stream is asked to do with its frames.
 struct StreamRequest {
-    FrameSpec input;
+    FrameLayout input;
     uint32_t scale = 1;
     uint32_t demosaic = 0;
     bool jpeg = true;
@@ -26,13 +26,13 @@ struct StreamRequest {
 };
 
 struct StreamOutcome {
-    bool built = false;              // Init accepted the request
-    std::vector<std::string> log;    // the plug-in's log lines while the stream lived
-    std::string chain;               // the stages it built, with the image between each pair
-    FrameSpec output;                // size and layout of the delivered frames
+    bool built = false;            // Init accepted the request
+    std::vector<std::string> log;  // the plug-in's log lines while the stream lived
+    std::string chain;             // the stages it built, with the image between each pair
+    FrameLayout output;            // size and layout of the delivered frames
     bool jpeg = false;
-    std::vector<uint8_t> payload;    // the first frame's output
-    double secondsPerFrame = 0;      // mean over the frames after the first (the first when it is alone)
+    std::vector<uint8_t> payload;  // the first frame's output
+    double secondsPerFrame = 0;    // mean over the frames after the first (the first when it is alone)
 };
 
 // Builds the stream and runs `request.frames` frames of `frame` through it. Throws ToolError when a frame is

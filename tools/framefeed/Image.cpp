@@ -101,7 +101,8 @@ std::vector<uint8_t> ReadFile(const std::string& path) {
     std::vector<uint8_t> bytes;
     uint8_t chunk[65536];
     size_t count = 0;
-    while ((count = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + count);
+    while ((count = std::fread(chunk, 1, sizeof(chunk), file.get())) > 0)
+        bytes.insert(bytes.end(), chunk, chunk + count);
     if (std::ferror(file.get())) throw ToolError("cannot read " + path + ": " + SystemReason());
     return bytes;
 }

@@ -51,7 +51,7 @@ fs::path FindSample() {
     std::string tried;
     for (const fs::path& candidate : candidates) {
         std::error_code error;
-        if (fs::is_regular_file(candidate, error)) return candidate;
+        if (fs::is_regular_file(candidate, error)) return candidate.lexically_normal();
         tried += "\n  " + candidate.u8string();
     }
     throw ToolError("the sample image is missing; looked for:" + tried);
@@ -59,10 +59,10 @@ fs::path FindSample() {
 
 // Image sides the stages take: a width that is a multiple of 16 and a height that is a multiple of twice the
 // scale, so every plane of the scaled output has whole rows.
-void FitImage(const Image& image, uint32_t scale, FrameSpec& spec) {
-    spec.width = image.width / 16 * 16;
-    spec.height = image.height / (2 * scale) * (2 * scale);
-    if (spec.width == 0 || spec.height == 0)
+void FitImage(const Image& image, uint32_t scale, FrameLayout& layout) {
+    layout.width = image.width / 16 * 16;
+    layout.height = image.height / (2 * scale) * (2 * scale);
+    if (layout.width == 0 || layout.height == 0)
         throw ToolError("the image is " + std::to_string(image.width) + "x" + std::to_string(image.height) +
                         "; at scale " + std::to_string(scale) + " it must be at least 16x" + std::to_string(2 * scale));
 }
@@ -131,34 +131,41 @@ int RunPreview(const PreviewOptions& options) {
                                            : "raw output is written as .png"));
     }
 
-    FrameSpec& spec = request.input;
-    spec.bitDepth = options.depth;
+    FrameLayout& layout = request.input;
+    layout.bitDepth = options.depth;
     std::vector<uint8_t> frame;
     if (!options.raw.empty()) {
         if (options.format.empty()) throw UsageError("--raw needs --format NAME; valid formats: " + FormatNames());
-        ParseSize(options.raw, "--raw", spec.width, spec.height);
-        spec.format = ParseFormatName(options.format, "--format");
-        spec.bitsPerPixel = options.bpp ? options.bpp : DefaultBitsPerPixel(spec.format, spec.bitDepth);
-        CheckLayout(spec);
+        if (!options.as.empty())
+            throw UsageError(
+                "--as turns an image into a sensor's frame; the layout of a raw frame is given by --format");
+        ParseSize(options.raw, "--raw", layout.width, layout.height);
+        layout.format = ParseFormatName(options.format, "--format");
+        layout.bitsPerPixel = options.bpp ? options.bpp : DefaultBitsPerPixel(layout.format, layout.bitDepth);
+        CheckLayout(layout);
         frame = ReadFile(options.input);
-        if (frame.size() != FrameBytes(spec))
+        if (frame.size() != FrameBytes(layout))
             throw ToolError(options.input + " has " + std::to_string(frame.size()) + " bytes, but a " + options.raw +
-                            " " + FormatName(spec.format) + " frame at depth " + std::to_string(spec.bitDepth) +
-                            " with " + std::to_string(spec.bitsPerPixel) + " bits per pixel has " +
-                            std::to_string(FrameBytes(spec)));
+                            " " + FormatName(layout.format) + " frame at depth " + std::to_string(layout.bitDepth) +
+                            " with " + std::to_string(layout.bitsPerPixel) + " bits per pixel has " +
+                            std::to_string(FrameBytes(layout)));
     } else {
         if (!options.format.empty())
             throw UsageError("--format describes a raw frame (with --raw WIDTHxHEIGHT); for an image use --as");
         if (options.bpp != 0 && options.depth <= 8) throw UsageError("--bpp needs --depth above 8");
-        spec.format = ParseFormatName(options.as, "--as");
-        spec.bitsPerPixel = options.bpp ? options.bpp : DefaultBitsPerPixel(spec.format, spec.bitDepth);
-        CheckLayout(spec);
+        layout.format = ParseFormatName(options.as.empty() ? "rggb" : options.as, "--as");
+        layout.bitsPerPixel = options.bpp ? options.bpp : DefaultBitsPerPixel(layout.format, layout.bitDepth);
+        CheckLayout(layout);
+        if (!LooksLikeImage(options.input))
+            throw ToolError(options.input +
+                            " is not a PNG, PPM or PGM image; for a raw frame give --raw WIDTHxHEIGHT "
+                            "--format NAME");
         const Image image = ReadImage(options.input);
-        FitImage(image, options.scale, spec);
-        if (spec.width != image.width || spec.height != image.height)
-            std::printf("image %ux%u, cut to %ux%u for the stages\n", image.width, image.height, spec.width,
-                        spec.height);
-        frame = MakeFrame(image, spec);
+        FitImage(image, options.scale, layout);
+        if (layout.width != image.width || layout.height != image.height)
+            std::printf("image %ux%u, cut to %ux%u for the stages\n", image.width, image.height, layout.width,
+                        layout.height);
+        frame = MakeFrame(image, layout);
     }
 
     KeepLogLines();

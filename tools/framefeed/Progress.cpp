@@ -29,6 +29,11 @@ void Progress::Step(const std::string& text) {
     }
 }
 
+void Progress::Show(const std::string& text) {
+    label = text;
+    if (terminal) Draw();
+}
+
 void Progress::Note(const std::string& line) {
     if (terminal && drawn) std::fprintf(stderr, "\r\033[K");
     std::fprintf(stderr, "%s\n", line.c_str());

@@ -12,6 +12,8 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    // Shows the bar with this label before the first step is done (terminal only).
+    void Show(const std::string& label);
     // One step done; the label says which.
     void Step(const std::string& label);
     // A line that stays above the bar.

@@ -21,6 +21,9 @@ if(FRAMEFEED_CLI11_INCLUDE_DIR AND PNG_FOUND)
   target_include_directories(framefeed_tool PRIVATE ${FRAMEFEED_CLI11_INCLUDE_DIR})
   target_link_libraries(framefeed_tool PRIVATE framefeed_core PNG::PNG)
   target_compile_options(framefeed_tool PRIVATE -Wall -Wextra)
+  if(WIN32)
+    target_compile_definitions(framefeed_tool PRIVATE NOMINMAX)
+  endif()
   # demo finds the sample beside an installed tool, else in the source tree it was built from.
   target_compile_definitions(framefeed_tool PRIVATE FRAMEFEED_SAMPLE_IMAGE="${FRAMEFEED_TOOL_DIR}/sample.png")
   install(TARGETS framefeed_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -31,7 +34,7 @@ endif()
 
 # The installed package: the header, the plug-in and FrameFeed::framefeed for hosts.
 target_include_directories(framefeed INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-install(FILES ${CMAKE_SOURCE_DIR}/include/framefeed/framefeed.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/framefeed)
+install(FILES ${PROJECT_SOURCE_DIR}/include/framefeed/framefeed.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/framefeed)
 install(TARGETS framefeed EXPORT FrameFeedTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
