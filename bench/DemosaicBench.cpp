@@ -118,16 +118,16 @@ void BinningBenchmark(benchmark::State& state, const std::string& name, uint32_t
 
 // ---- Hamilton-Adams ---------------------------------------------------------------------------------------
 
-// An HA stage from the factory, as a stream makes it, with its output buffer. The stage picks its kernels in Init
+// An HA stage (or, by selector, another high-quality algorithm) from the factory, as a stream makes it, with its output buffer. The stage picks its kernels in Init
 // and the primitives it calls pick theirs per call, so the level is forced for both: two runs at different levels
 // can then take turns.
 class HaRun {
 public:
-    HaRun(uint32_t scale, LevelCase level) : level(level) {
+    HaRun(uint32_t scale, LevelCase level, uint32_t selector = 1) : level(level) {
         PxForceProcessorLevel(level.level);
         const ImageFormat in{PixelFormat::BayerRGGB, 8, 8};
         const ImageFormat out{PixelFormat::RGBX, 8, 32};
-        stage.reset(NewDeBayer(frameWidth, frameHeight, &in, &out, scale, 1, nullptr));
+        stage.reset(NewDeBayer(frameWidth, frameHeight, &in, &out, scale, selector, nullptr));
         if (stage) output.resize(stage->OutputSize());
     }
     ~HaRun() { PxForceProcessorLevel(PxLevelUnset); }
@@ -287,14 +287,16 @@ double MeanDifferenceFromOpenCv() {
 enum class HaPeer { OpenCvVng, OpenCvEdgeAware, OpenCvBilinear, ScalarTwin, Scale1 };
 
 // HA at `scale` and `level` in turns with its peer, filed with /ours and /peer appended.
-void HaBenchmark(benchmark::State& state, const std::string& name, uint32_t scale, LevelCase level, HaPeer peerKind) {
-    HaRun ours(scale, level);
+void HaBenchmark(benchmark::State& state, const std::string& name, uint32_t scale, LevelCase level, HaPeer peerKind,
+                 uint32_t selector) {
+    HaRun ours(scale, level, selector);
     if (!ours.Ready()) {
         state.SkipWithError("NewDeBayer yielded no HA stage");
         return;
     }
     ours.Frame();
-    outputFingerprints.Note("HA/" + std::to_string(scale) + "/" + level.name, ours.Output().data(),
+    const std::string algorithm = selector == 1 ? "HA" : "selector" + std::to_string(selector);
+    outputFingerprints.Note(algorithm + "/" + std::to_string(scale) + "/" + level.name, ours.Output().data(),
                             ours.Output().size());
     std::unique_ptr<HaRun> twin;
     benchsupport::FrameFunction peer;  // none without OpenCV: HA runs alone
@@ -304,7 +306,7 @@ void HaBenchmark(benchmark::State& state, const std::string& name, uint32_t scal
 #endif
     if (peerKind == HaPeer::ScalarTwin || peerKind == HaPeer::Scale1) {
         twin = std::make_unique<HaRun>(peerKind == HaPeer::Scale1 ? 1 : scale,
-                                       peerKind == HaPeer::Scale1 ? level : scalarLevel);
+                                       peerKind == HaPeer::Scale1 ? level : scalarLevel, selector);
         if (!twin->Ready()) {
             state.SkipWithError("NewDeBayer yielded no HA stage for the peer");
             return;
@@ -324,7 +326,7 @@ void HaBenchmark(benchmark::State& state, const std::string& name, uint32_t scal
     }
     if (peerKind == HaPeer::ScalarTwin) {
         twin->Frame();
-        outputFingerprints.Note("HA/" + std::to_string(scale) + "/" + scalarLevel.name, twin->Output().data(),
+        outputFingerprints.Note(algorithm + "/" + std::to_string(scale) + "/" + scalarLevel.name, twin->Output().data(),
                                 twin->Output().size());
     }
     benchsupport::TimeTurns(
@@ -385,7 +387,7 @@ void RegisterHA(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
     if (naturalLevel >= avx2Level.level) levels.insert(levels.begin(), avx2Level);
     const auto add = [](const std::string& label, const std::string& name, uint32_t scale, LevelCase level,
                         HaPeer peer, double target) {
-        Register(name, HaBenchmark, scale, level, peer);
+        Register(name, HaBenchmark, scale, level, peer, 1u);
         comparisons.push_back(benchsupport::PairedRow(label, name, target));
     };
 #ifdef FRAMEFEED_BENCH_OPENCV
@@ -418,6 +420,31 @@ void RegisterHA(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
             add("HA /" + s + " " + level.name + " / HA /1", "HA/" + s + "/" + level.name + "/scale1", scale, level,
                 HaPeer::Scale1, benchsupport::TargetAt(level, 1.0));
     }
+}
+
+// The residual and LPA-ICI algorithms at scale 1 at the processor's own level, next to OpenCV's VNG and
+// edge-aware conversions. LPA-ICI's target is half of VNG's rate; MLRI's and ARI's are absolute (10 and 2 MPix/s)
+// and read from their own rows.
+void RegisterResidualAlgorithms(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
+#ifdef FRAMEFEED_BENCH_OPENCV
+    if (!withOpenCv) return;
+    const LevelCase natural = naturalLevel >= avx2Level.level ? avx2Level : scalarLevel;
+    struct Algorithm {
+        uint32_t selector;
+        const char* name;
+        double vngTarget;
+    };
+    const Algorithm algorithms[] = {{2, "LPAICIa", 0.5}, {4, "MLRI", 0}, {3, "ARI", 0}};
+    for (const Algorithm& a : algorithms)
+        for (const HaPeer peer : {HaPeer::OpenCvVng, HaPeer::OpenCvEdgeAware}) {
+            const bool vng = peer == HaPeer::OpenCvVng;
+            const std::string name = std::string(a.name) + "/1/" + natural.name + (vng ? "/opencv_vng" : "/opencv_ea");
+            Register(name, HaBenchmark, 1u, natural, peer, a.selector);
+            comparisons.push_back(benchsupport::PairedRow(
+                std::string(a.name) + " /1 " + natural.name + (vng ? " / OpenCV VNG" : " / OpenCV edge-aware"), name,
+                vng ? a.vngTarget : 0));
+        }
+#endif
 }
 
 void RegisterAll(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
@@ -457,6 +484,7 @@ void RegisterAll(int32_t naturalLevel, [[maybe_unused]] bool withOpenCv) {
     }
 
     RegisterHA(naturalLevel, withOpenCv);
+    RegisterResidualAlgorithms(naturalLevel, withOpenCv);
 
     if (naturalLevel < avx2Level.level) return;  // the cold figures are of the AVX2 forms
     Register("Cold/BayerToRgb", ColdBayerToRgbBenchmark);

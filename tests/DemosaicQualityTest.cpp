@@ -27,6 +27,7 @@ constexpr double tolerance = 0.005;    // dB; the figures are known to two decim
 // rules); a regression guard more than a target.
 constexpr double fastPathCpsnr = 29.63;
 constexpr double hamiltonAdamsCpsnr = 36.60;
+constexpr double lpaIciCpsnr = 39.71;
 
 const uint32_t bayerFormats[] = {PixelFormat::BayerRGGB, PixelFormat::BayerGRBG, PixelFormat::BayerBGGR,
                                  PixelFormat::BayerGBRG};
@@ -147,6 +148,7 @@ struct Stage {
 
 const Stage fastStage{0, {PixelFormat::RGB, 8, 24}, "DeBayerLQ"};
 const Stage haStage{1, {PixelFormat::RGBX, 8, 32}, "HA"};
+const Stage lpaIciStage{2, {PixelFormat::RGBX, 8, 32}, "LPAICIa"};
 
 // CPSNR of every image in every order at scale 1, image by image; stages are made at the level in force.
 void MeasureCpsnr(const Stage& stage, std::vector<double>& figures) {
@@ -198,23 +200,36 @@ TEST_F(DemosaicQuality, FastPathAtScale1) {
     EXPECT_NEAR(Mean(figures), fastPathCpsnr, tolerance);
 }
 
-// Both forms are measured; the vector form must compute exactly what its scalar twin does, image by image.
-TEST_F(DemosaicQuality, HamiltonAdamsAtScale1InBothForms) {
+// Each high-quality algorithm at scale 1, in both forms: the vector form must compute exactly what its scalar
+// twin does, image by image, and the mean must be the algorithm's known figure.
+struct QualityCase {
+    Stage stage;
+    double expected;
+};
+
+class HighQuality : public DemosaicQuality, public testing::WithParamInterface<QualityCase> {};
+
+TEST_P(HighQuality, ReachesItsFigureInBothForms) {
+    const QualityCase& c = GetParam();
     const int32_t naturalLevel = PxChooseRow(PxFeatureMask());
     std::vector<double> natural, scalar;
     {
         const ForcedLevel forced(naturalLevel);
-        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(haStage, natural));
+        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(c.stage, natural));
     }
     {
         const ForcedLevel forced(PxLevelSse2);
-        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(haStage, scalar));
+        ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(c.stage, scalar));
     }
-    std::printf("HA scale 1: mean CPSNR %.4f dB at processor level %d, %.4f dB at the scalar level\n",
+    std::printf("%s scale 1: mean CPSNR %.4f dB at processor level %d, %.4f dB at the scalar level\n", c.stage.name,
                 Mean(natural), naturalLevel, Mean(scalar));
-    EXPECT_NEAR(Mean(natural), hamiltonAdamsCpsnr, tolerance);
-    EXPECT_NEAR(Mean(scalar), hamiltonAdamsCpsnr, tolerance);
+    EXPECT_NEAR(Mean(natural), c.expected, tolerance);
     EXPECT_EQ(natural, scalar);
 }
+
+INSTANTIATE_TEST_SUITE_P(Algorithms, HighQuality,
+                         testing::Values(QualityCase{haStage, hamiltonAdamsCpsnr},
+                                         QualityCase{lpaIciStage, lpaIciCpsnr}),
+                         [](const testing::TestParamInfo<QualityCase>& info) { return std::string(info.param.stage.name); });
 
 }  // namespace
