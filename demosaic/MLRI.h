@@ -12,8 +12,8 @@
 #include <cstdint>
 
 // Creates the stage and runs Init; null when Init refuses.
-ImageProcessing* CreateMLRI(uint32_t width, uint32_t height, const ImageFormat* in, const ImageFormat* out, uint32_t scale,
-                        uint32_t mode);
+ImageProcessing* CreateMLRI(uint32_t width, uint32_t height, const ImageFormat* in, const ImageFormat* out,
+                            uint32_t scale, uint32_t mode);
 
 class MLRI : public DeBayerHQ {
 public:

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -28,6 +29,7 @@ constexpr double tolerance = 0.005;    // dB; the figures are known to two decim
 constexpr double fastPathCpsnr = 29.63;
 constexpr double hamiltonAdamsCpsnr = 36.60;
 constexpr double lpaIciCpsnr = 39.71;
+constexpr double mlriCpsnr = 38.45;
 
 const uint32_t bayerFormats[] = {PixelFormat::BayerRGGB, PixelFormat::BayerGRBG, PixelFormat::BayerBGGR,
                                  PixelFormat::BayerGBRG};
@@ -82,10 +84,20 @@ std::string ReadPicture(const std::string& path, Picture& picture) {
     return error;
 }
 
+// FRAMEFEED_QUALITY_IMAGES below 24 takes only the first images, for the sanitizer runs: the forms are still
+// compared, but the known figures hold for the whole set only.
+int ImagesInUse() {
+    const char* setting = std::getenv("FRAMEFEED_QUALITY_IMAGES");
+    const int count = setting != nullptr ? std::atoi(setting) : imageCount;
+    return count >= 1 && count < imageCount ? count : imageCount;
+}
+
+bool WholeSet() { return ImagesInUse() == imageCount; }
+
 const PictureSet& KodakPictures() {
     static const PictureSet set = [] {
         PictureSet loaded;
-        for (int i = 1; i <= imageCount; ++i) {
+        for (int i = 1; i <= ImagesInUse(); ++i) {
             char name[16];
             std::snprintf(name, sizeof name, "kodim%02d.png", i);
             const std::string path = std::string(FRAMEFEED_KODAK_DIR) + "/" + name;
@@ -149,6 +161,7 @@ struct Stage {
 const Stage fastStage{0, {PixelFormat::RGB, 8, 24}, "DeBayerLQ"};
 const Stage haStage{1, {PixelFormat::RGBX, 8, 32}, "HA"};
 const Stage lpaIciStage{2, {PixelFormat::RGBX, 8, 32}, "LPAICIa"};
+const Stage mlriStage{4, {PixelFormat::RGBX, 8, 32}, "MLRI"};
 
 // CPSNR of every image in every order at scale 1, image by image; stages are made at the level in force.
 void MeasureCpsnr(const Stage& stage, std::vector<double>& figures) {
@@ -197,14 +210,16 @@ TEST_F(DemosaicQuality, FastPathAtScale1) {
     std::vector<double> figures;
     ASSERT_NO_FATAL_FAILURE(MeasureCpsnr(fastStage, figures));
     std::printf("DeBayerLQ scale 1: mean CPSNR %.4f dB over %zu images and orders\n", Mean(figures), figures.size());
-    EXPECT_NEAR(Mean(figures), fastPathCpsnr, tolerance);
+    if (WholeSet()) EXPECT_NEAR(Mean(figures), fastPathCpsnr, tolerance);
 }
 
-// Each high-quality algorithm at scale 1, in both forms: the vector form must compute exactly what its scalar
-// twin does, image by image, and the mean must be the algorithm's known figure.
+// Each high-quality algorithm at scale 1, in both forms, must reach its known figure. HA and LPA-ICI compute the
+// same bits in every form, so their figures agree image by image; the residual algorithms use primitives whose
+// last bits may differ between forms, so only their means are compared.
 struct QualityCase {
     Stage stage;
     double expected;
+    bool bitExactForms;
 };
 
 class HighQuality : public DemosaicQuality, public testing::WithParamInterface<QualityCase> {};
@@ -223,13 +238,17 @@ TEST_P(HighQuality, ReachesItsFigureInBothForms) {
     }
     std::printf("%s scale 1: mean CPSNR %.4f dB at processor level %d, %.4f dB at the scalar level\n", c.stage.name,
                 Mean(natural), naturalLevel, Mean(scalar));
-    EXPECT_NEAR(Mean(natural), c.expected, tolerance);
-    EXPECT_EQ(natural, scalar);
+    if (WholeSet()) EXPECT_NEAR(Mean(natural), c.expected, tolerance);
+    if (c.bitExactForms)
+        EXPECT_EQ(natural, scalar);
+    else
+        EXPECT_NEAR(Mean(natural), Mean(scalar), 0.001);
 }
 
 INSTANTIATE_TEST_SUITE_P(Algorithms, HighQuality,
-                         testing::Values(QualityCase{haStage, hamiltonAdamsCpsnr},
-                                         QualityCase{lpaIciStage, lpaIciCpsnr}),
+                         testing::Values(QualityCase{haStage, hamiltonAdamsCpsnr, true},
+                                         QualityCase{lpaIciStage, lpaIciCpsnr, true},
+                                         QualityCase{mlriStage, mlriCpsnr, false}),
                          [](const testing::TestParamInfo<QualityCase>& info) { return std::string(info.param.stage.name); });
 
 }  // namespace
