@@ -18,7 +18,9 @@ constexpr uint32_t poolBuffersMulti = 4;
 
 // Every size of the host contract is a 32-bit count of bytes: width x height x bits per pixel must fit.
 bool FitsContract(const StageSlot& slot) {
-    if (uint64_t(slot.width) * slot.height * slot.format.bitsPerPixel <= 0xFFFFFFFFull) return true;
+    // Pixels first: below 2^32 of them, times a 32-bit bit count, the product cannot wrap 64 bits.
+    const uint64_t pixels = uint64_t(slot.width) * slot.height;
+    if (pixels <= 0xFFFFFFFFull && pixels * slot.format.bitsPerPixel <= 0xFFFFFFFFull) return true;
     Log(LogFailure, "FrameFeed: Frame too large for 32-bit sizes (%u * %u at %u bits per pixel)", slot.width,
         slot.height, slot.format.bitsPerPixel);
     return false;
@@ -161,6 +163,12 @@ bool FrameFeed::BuildChain() {
             return false;
         }
         if (tooFewBits() || !FitsContract(input)) return false;
+        // 10-bit rows are padded to whole blocks of 48 pixels in 128 bytes; below 32 pixels such a row is longer
+        // than the 32 bits per pixel the frame declares.
+        if (config.bitsPerPixel == 32 && uint64_t(config.width + 47) / 48 * 128 > uint64_t(config.width) * 4) {
+            Log(LogFailure, "FrameFeed: Rows of %u pixels are too short for padded 10-bit YUV", config.width);
+            return false;
+        }
         StageSlot& planar = OpenSlot();
         planar.format.bitDepth = 8;
         planar.format.format = s == 1 ? PixelFormat::YUV422P : PixelFormat::YUV444P;

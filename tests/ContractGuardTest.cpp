@@ -56,6 +56,11 @@ TEST_F(ContractGuards, FramesDeclaringTooFewBitsAreRefused) {
         EXPECT_EQ(log, (std::vector<std::string>{"FrameFeed: Too few bits per pixel (" + std::to_string(c.bitsPerPixel) +
                                                  ") for format " + std::to_string(c.format) + " at depth 8"}));
     }
+    // Padded 10-bit YUV rows: a 16-pixel row takes a whole 128-byte block, more than 16 x 32 bits.
+    const auto padded = TryInit(MakeConfig(PixelFormat::UYVY, 16, 32, 10, 32), {2, CompressionCode::Raw});
+    EXPECT_FALSE(padded.first);
+    EXPECT_EQ(padded.second, (std::vector<std::string>{"FrameFeed: Rows of 16 pixels are too short for padded 10-bit YUV"}));
+    EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::UYVY, 32, 32, 10, 32), {2, CompressionCode::Raw}).first);
     // More bits than needed keep working: the first stage reads less.
     EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::Mono, 64, 32, 8, 16), {2, CompressionCode::Jpeg}).first);
     EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::RGB, 64, 32, 8, 32), {1, CompressionCode::Jpeg}).first);
@@ -70,6 +75,11 @@ TEST_F(ContractGuards, SizesBeyondThirtyTwoBitsAreRefusedBeforeAnyAllocation) {
     EXPECT_FALSE(input.first);
     EXPECT_EQ(input.second,
               (std::vector<std::string>{"FrameFeed: Frame too large for 32-bit sizes (65536 * 65536 at 8 bits per pixel)"}));
+    // A product that would wrap even 64 bits.
+    const auto wrapping = TryInit(MakeConfig(PixelFormat::BayerRGGB, 0x80000000u, 28, 10, 0xFFFFFFFFu),
+                                  {16, CompressionCode::Raw, 0.75f, 1, 1});
+    EXPECT_FALSE(wrapping.first);
+    EXPECT_EQ(wrapping.second.size(), 1u);
     // The input fits, the RGB image the fast demosaicking would make of it does not.
     const auto colour = TryInit(MakeConfig(PixelFormat::BayerRGGB, 16384, 16384, 8, 8), {1, CompressionCode::Raw});
     EXPECT_FALSE(colour.first);
@@ -98,13 +108,14 @@ private:
     size_t mappedBytes = 0;
 };
 
-// Every configuration Init accepts, of a small size, runs a frame of exactly the bytes its configuration implies
+// Every configuration Init accepts, at the narrowest widths, runs a frame of exactly the bytes its configuration implies
 // against a guard page: a read past the end would crash the test.
 TEST_F(ContractGuards, AcceptedConfigurationsStayInsideTheirFrames) {
-    const uint32_t width = 32, height = 16;
     const uint32_t formats[] = {0, 1, 2, 5, 6, 7, 11, 12, 14, 15, 16, 17, 18, 19, 22, 300};
     int accepted = 0;
-    for (const uint32_t format : formats)
+    const uint32_t height = 16;
+    for (const uint32_t width : {16u, 32u})
+      for (const uint32_t format : formats)
         for (const int32_t depth : {8, 10, 12, 16})
             for (const uint32_t bpp : {4u, 8u, 10u, 12u, 16u, 24u, 32u})
                 for (const uint32_t scale : {1u, 2u})
