@@ -38,3 +38,13 @@ inline uint32_t BitsPerPixelRead(uint32_t format) {
         default: return 8;  // Mono, Bayer, and anything a stage would read as Mono
     }
 }
+
+// Bytes of an 8-bit planar YUV frame: the luma plane, then two chroma planes whose sizes round up.
+inline uint64_t PlanarYuvBytes(uint32_t format, uint32_t width, uint32_t height) {
+    uint32_t across = 1, down = 1;  // luma samples per chroma sample
+    if (format == PixelFormat::YUV420P || format == PixelFormat::YUV420PAlt) across = down = 2;
+    if (format == PixelFormat::YUV411P || format == PixelFormat::YUV411PAlt) across = 4;
+    if (format == PixelFormat::YUV422P) across = 2;
+    const uint64_t chroma = (uint64_t(width) + across - 1) / across * ((uint64_t(height) + down - 1) / down);
+    return uint64_t(width) * height + 2 * chroma;
+}

@@ -182,6 +182,13 @@ bool FrameFeed::BuildChain() {
             return false;
     } else {
         if (tooFewBits() || !FitsContract(input)) return false;
+        // Chroma planes of odd sizes round up, so such a frame can need more bytes than its bits per pixel say.
+        if (IsPlanarYuv(format) && config.bitDepth <= 8 &&
+            PlanarYuvBytes(format, config.width, config.height) > uint64_t(config.width) * config.height * config.bitsPerPixel / 8) {
+            Log(LogFailure, "FrameFeed: Frame of %u * %u at %u bits per pixel is smaller than its planes", config.width,
+                config.height, config.bitsPerPixel);
+            return false;
+        }
         const bool bayer = IsBayer(format);
         if (MustReduceDeepData(format, wanted.demosaic, s) && wanted.keepHighBpp != 0) {
             Log(LogFailure, "FrameFeed: Can't keep high BPP");

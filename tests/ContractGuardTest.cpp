@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 
 #ifndef _WIN32
 #include <sys/mman.h>
@@ -56,6 +57,11 @@ TEST_F(ContractGuards, FramesDeclaringTooFewBitsAreRefused) {
         EXPECT_EQ(log, (std::vector<std::string>{"FrameFeed: Too few bits per pixel (" + std::to_string(c.bitsPerPixel) +
                                                  ") for format " + std::to_string(c.format) + " at depth 8"}));
     }
+    // Odd planar sizes round their chroma planes up beyond the declared bits.
+    const auto odd = TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 16), {1, CompressionCode::Jpeg});
+    EXPECT_FALSE(odd.first);
+    EXPECT_EQ(odd.second, (std::vector<std::string>{"FrameFeed: Frame of 17 * 11 at 16 bits per pixel is smaller than its planes"}));
+    EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 24), {1, CompressionCode::Jpeg}).first);
     // Padded 10-bit YUV rows: a 16-pixel row takes a whole 128-byte block, more than 16 x 32 bits.
     const auto padded = TryInit(MakeConfig(PixelFormat::UYVY, 16, 32, 10, 32), {2, CompressionCode::Raw});
     EXPECT_FALSE(padded.first);
@@ -108,13 +114,13 @@ private:
     size_t mappedBytes = 0;
 };
 
-// Every configuration Init accepts, at the narrowest widths, runs a frame of exactly the bytes its configuration implies
+// Every configuration Init accepts, at the narrowest widths and odd sizes, runs a frame of exactly the bytes its configuration implies
 // against a guard page: a read past the end would crash the test.
 TEST_F(ContractGuards, AcceptedConfigurationsStayInsideTheirFrames) {
     const uint32_t formats[] = {0, 1, 2, 5, 6, 7, 11, 12, 14, 15, 16, 17, 18, 19, 22, 300};
     int accepted = 0;
-    const uint32_t height = 16;
-    for (const uint32_t width : {16u, 32u})
+    for (const auto& [width, height] : {std::make_pair(16u, 16u), std::make_pair(32u, 16u), std::make_pair(17u, 11u),
+                                        std::make_pair(33u, 16u)})
       for (const uint32_t format : formats)
         for (const int32_t depth : {8, 10, 12, 16})
             for (const uint32_t bpp : {4u, 8u, 10u, 12u, 16u, 24u, 32u})
