@@ -160,6 +160,9 @@ uint32_t DeBayerHQ::Process(const void* in, void* out, const void*) {
         for (uint32_t y = 0; y < height / scale; ++y)
             Interleave8(r + size_t(y) * planeStep, g + size_t(y) * planeStep, b + size_t(y) * planeStep,
                         o + size_t(y) * outStep, width / scale);
+    } else if (scale > 1) {
+        // The deep layouts are defined for whole frames only: a reduced frame's buffer could not hold them.
+        Log(LogFailure, "Debayer failed");
     } else if (outFormat.bitDepth == 10 && outFormat.bitsPerPixel == 32) {
         for (uint32_t y = 0; y < height; ++y) {
             const size_t p = size_t(y) * planeStep;

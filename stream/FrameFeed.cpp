@@ -16,14 +16,25 @@ constexpr size_t chainAlignment = 32;
 constexpr uint32_t poolBuffersMulti = 4;
 
 
-// Every size of the host contract is a 32-bit count of bytes: width x height x bits per pixel must fit.
+// Every size of the host contract is a 32-bit count of bytes: width x height x bits per pixel must fit, and
+// must cover the planes of a planar image.
 bool FitsContract(const StageSlot& slot) {
     // Pixels first: below 2^32 of them, times a 32-bit bit count, the product cannot wrap 64 bits.
     const uint64_t pixels = uint64_t(slot.width) * slot.height;
-    if (pixels <= 0xFFFFFFFFull && pixels * slot.format.bitsPerPixel <= 0xFFFFFFFFull) return true;
-    Log(LogFailure, "FrameFeed: Frame too large for 32-bit sizes (%u * %u at %u bits per pixel)", slot.width,
-        slot.height, slot.format.bitsPerPixel);
-    return false;
+    if (pixels > 0xFFFFFFFFull || pixels * slot.format.bitsPerPixel > 0xFFFFFFFFull) {
+        Log(LogFailure, "FrameFeed: Frame too large for 32-bit sizes (%u * %u at %u bits per pixel)", slot.width,
+            slot.height, slot.format.bitsPerPixel);
+        return false;
+    }
+    // Chroma planes of odd sizes round up, so such an image can need more bytes than its bits per pixel say,
+    // and the stage behind it would read past its buffer.
+    if (IsPlanarYuv(slot.format.format) && slot.format.bitDepth <= 8 &&
+        PlanarYuvBytes(slot.format.format, slot.width, slot.height) > pixels * slot.format.bitsPerPixel / 8) {
+        Log(LogFailure, "FrameFeed: Frame of %u * %u at %u bits per pixel is smaller than its planes", slot.width,
+            slot.height, slot.format.bitsPerPixel);
+        return false;
+    }
+    return true;
 }
 
 void AppendNode(FreeList& list, FreeListNode* node) {
@@ -182,13 +193,7 @@ bool FrameFeed::BuildChain() {
             return false;
     } else {
         if (tooFewBits() || !FitsContract(input)) return false;
-        // Chroma planes of odd sizes round up, so such a frame can need more bytes than its bits per pixel say.
-        if (IsPlanarYuv(format) && config.bitDepth <= 8 &&
-            PlanarYuvBytes(format, config.width, config.height) > uint64_t(config.width) * config.height * config.bitsPerPixel / 8) {
-            Log(LogFailure, "FrameFeed: Frame of %u * %u at %u bits per pixel is smaller than its planes", config.width,
-                config.height, config.bitsPerPixel);
-            return false;
-        }
+
         const bool bayer = IsBayer(format);
         if (MustReduceDeepData(format, wanted.demosaic, s) && wanted.keepHighBpp != 0) {
             Log(LogFailure, "FrameFeed: Can't keep high BPP");

@@ -62,6 +62,10 @@ TEST_F(ContractGuards, FramesDeclaringTooFewBitsAreRefused) {
     EXPECT_FALSE(odd.first);
     EXPECT_EQ(odd.second, (std::vector<std::string>{"FrameFeed: Frame of 17 * 11 at 16 bits per pixel is smaller than its planes"}));
     EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 24), {1, CompressionCode::Jpeg}).first);
+    // Also inside the chain: two rows of 4:2:0 binned by 2 leave one row, whose chroma row rounds up.
+    const auto binned = TryInit(MakeConfig(PixelFormat::YUV420P, 128, 2, 8, 12), {2, CompressionCode::Jpeg});
+    EXPECT_FALSE(binned.first);
+    EXPECT_EQ(binned.second.front(), "FrameFeed: Frame of 64 * 1 at 12 bits per pixel is smaller than its planes");
     // Padded 10-bit YUV rows: a 16-pixel row takes a whole 128-byte block, more than 16 x 32 bits.
     const auto padded = TryInit(MakeConfig(PixelFormat::UYVY, 16, 32, 10, 32), {2, CompressionCode::Raw});
     EXPECT_FALSE(padded.first);
@@ -120,7 +124,7 @@ TEST_F(ContractGuards, AcceptedConfigurationsStayInsideTheirFrames) {
     const uint32_t formats[] = {0, 1, 2, 5, 6, 7, 11, 12, 14, 15, 16, 17, 18, 19, 22, 300};
     int accepted = 0;
     for (const auto& [width, height] : {std::make_pair(16u, 16u), std::make_pair(32u, 16u), std::make_pair(17u, 11u),
-                                        std::make_pair(33u, 16u)})
+                                        std::make_pair(33u, 16u), std::make_pair(128u, 2u)})
       for (const uint32_t format : formats)
         for (const int32_t depth : {8, 10, 12, 16})
             for (const uint32_t bpp : {4u, 8u, 10u, 12u, 16u, 24u, 32u})

@@ -168,15 +168,16 @@ TEST_F(DeBayerHQTest, DeepPlanesInterleaveAsWordsOrTenBitTriples) {
 
 TEST_F(DeBayerHQTest, FailedFramesLeaveTheOutputUnwritten) {
     const uint32_t width = 32, height = 2;
-    for (int failure = 0; failure < 3; ++failure) {
+    for (int failure = 0; failure < 4; ++failure) {
         ImageFormat out{PixelFormat::RGBX, 8, 32};
-        if (failure == 2) out = {PixelFormat::RGBX, 9, 32};  // a depth without an interleave
-        auto stage = MakeFake(width, height, {PixelFormat::BayerRGGB, 8, 8}, out);
+        if (failure == 2) out = {PixelFormat::RGBX, 9, 32};   // a depth without an interleave
+        if (failure == 3) out = {PixelFormat::RGBX, 12, 64};  // a deep layout, which has no reduced form
+        auto stage = MakeFake(width, height, {PixelFormat::BayerRGGB, 8, 8}, out, failure == 3 ? 2 : 1, 1);
         ASSERT_NE(stage, nullptr);
         stage->interpolates = failure != 0;
         stage->givesPlanes = failure != 1;
         Bytes result(stage->OutputSize(), 0x5C);
-        EXPECT_EQ(stage->Process(Bytes(width * height).data(), result.data(), nullptr), width * height * 4);
+        EXPECT_EQ(stage->Process(Bytes(width * height).data(), result.data(), nullptr), stage->OutputSize());
         EXPECT_EQ(result, Bytes(result.size(), 0x5C));
         EXPECT_EQ(LogCapture::Take(), (std::vector<LoggedMessage>{{3, "Debayer failed"}})) << failure;
     }
