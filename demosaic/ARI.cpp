@@ -6,6 +6,7 @@
 #include "stream/StageCreators.h"
 
 #include <cstring>
+#include <initializer_list>
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <cstdint>
 
 // Creates the stage with its defaults and runs Init; null when Init refuses.
-ImageProcessing* CreateARI(uint32_t width, uint32_t height, const ImageFormat* in, const ImageFormat* out, uint32_t scale,
-                           uint32_t mode);
+ImageProcessing* CreateARI(uint32_t width, uint32_t height, const ImageFormat* in, const ImageFormat* out,
+                           uint32_t scale, uint32_t mode);
 
 class ARI : public DeBayerHQ {
 public:

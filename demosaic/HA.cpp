@@ -82,7 +82,7 @@ bool HA::Interpolate(const void* src, int32_t srcStride) {
     //   load     the mosaic's rows into all three planes (times 8), the colour planes' ring columns mirrored;
     //   green    rows whose mosaic rows two above and below are loaded, then green's ring columns;
     //   colour   both colour steps on rows whose green rows one above and below are final and whose mosaic
-//            samples green no longer reads;
+    //            samples green no longer reads;
     //   reduce   output rows whose input rows are final and whose packed bytes end before every row a pending
     //            step still reads.
     // The ring rows are copied once their source rows are final: the colour planes' after loading, green's

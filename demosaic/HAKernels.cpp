@@ -106,8 +106,8 @@ void HAColourAtColourScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow)
 
 // Everything here is unsigned 16-bit arithmetic with wrap-around, and results are packed in place from the
 // start of the plane: an output row never reaches the input rows still to be read.
-void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*height*/, int32_t scale, int32_t inDepth,
-                    int32_t outDepth, uint8_t*, int32_t firstOut, int32_t endOut) {
+void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*height*/, int32_t scale,
+                    int32_t inDepth, int32_t outDepth, uint8_t*, int32_t firstOut, int32_t endOut) {
     const uint16_t maxValue = uint16_t((outDepth >= 16 ? 0u : 1u << outDepth) - 1u);
     uint8_t* bytes = reinterpret_cast<uint8_t*>(plane);
     const auto v = [&](int32_t row, int32_t column) { return plane[row * stride + column]; };

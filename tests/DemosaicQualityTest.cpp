@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <cstdlib>
+#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -221,6 +222,8 @@ struct QualityCase {
     double expected;
     bool bitExactForms;
 };
+
+void PrintTo(const QualityCase& c, std::ostream* os) { *os << c.stage.name; }
 
 class HighQuality : public DemosaicQuality, public testing::WithParamInterface<QualityCase> {};
 

@@ -1,5 +1,6 @@
-// The Hamilton-Adams plane kernels: the AVX2 forms equal the scalar twins bit for bit on random planes of every
-// phase, size, scale and depth, and worked values of the twins' tie-breaks, clamps and 16-bit wrap-around.
+// The Hamilton-Adams plane kernels: the AVX2 forms, run over two row ranges, equal the scalar twins run over the
+// whole frame bit for bit on random planes of every phase, size, scale and depth, and worked values of the load,
+// the twins' tie-breaks, clamps and 16-bit wrap-around.
 #include "demosaic/HAKernels.h"
 #include "primitives/ProcessorLevel.h"
 
@@ -74,8 +75,9 @@ TEST(HAKernelsTest, WideInterpolationEqualsTheTwin) {
                     kernel.scalar(scalar.View(), 0, shape.height);
                     kernel.wide(wide.View(), 0, split);
                     kernel.wide(wide.View(), split, shape.height);
-                    ASSERT_EQ(wide.storage, scalar.storage) << kernel.name << " " << shape.width << "x"
-                                                            << shape.height << " phase " << phase << " depth " << depth << " split " << split;
+                    ASSERT_EQ(wide.storage, scalar.storage)
+                        << kernel.name << " " << shape.width << "x" << shape.height << " phase " << phase << " depth "
+                        << depth << " split " << split;
                 }
             }
 }
@@ -144,14 +146,14 @@ protected:
 
 TEST_P(HAKernelSites, LoadScalesByEightAndMirrorsTheColourPlanesColumns) {
     // Row 1 of words 0x1FFF (which wraps to 0xFFF8), 1, 2, ... and row 2 of bytes 0, 1, 2, ...
-    uint8_t words[2 * 16], bytes[16];
+    uint8_t words[3][2 * 16] = {}, bytes[3][16] = {};
     for (int32_t x = 0; x < 16; ++x) {
         const uint16_t sample = x == 0 ? 0x1FFF : uint16_t(x);
-        words[2 * x] = uint8_t(sample), words[2 * x + 1] = uint8_t(sample >> 8);
-        bytes[x] = uint8_t(x);
+        words[1][2 * x] = uint8_t(sample), words[1][2 * x + 1] = uint8_t(sample >> 8);
+        bytes[2][x] = uint8_t(x);
     }
-    Kernels().load(planes.View(), words - 32, 32, true, 1, 2);
-    Kernels().load(planes.View(), bytes - 32, 16, false, 2, 3);
+    Kernels().load(planes.View(), words, sizeof(words[0]), true, 1, 2);
+    Kernels().load(planes.View(), bytes, sizeof(bytes[0]), false, 2, 3);
     for (const int plane : {green, evenColour, oddColour}) {
         EXPECT_EQ(planes.At(plane, 1, 0), 0xFFF8);
         EXPECT_EQ(planes.At(plane, 1, 15), 15 * 8);

@@ -1,5 +1,6 @@
 // Hamilton-Adams as a stage: flat fields stay flat at every scale and phase, the output reduction's depth
-// rules, the smallest images, the workspace failures, and streams through the exported interface.
+// rules, the smallest images, the workspace failures, the banded pipeline against the whole-frame steps, and
+// streams through the exported interface.
 #include "TestSupport.h"
 #include "demosaic/HA.h"
 #include "demosaic/NewDeBayer.h"
@@ -202,7 +203,8 @@ struct ReferencePlanes {
         const PxSize source{view.width, view.height}, withRing{view.width + 4, view.height + 4};
         const int32_t stepBytes = int32_t(2 * stride);
         HALoadScalar(view, src, srcStride, inDepth > 8, 0, view.height);
-        for (uint16_t* plane : {view.g, view.even, view.odd}) PxCopyMirrorBorder_16u_I(plane, stepBytes, source, withRing, 2, 2);
+        for (uint16_t* plane : {view.g, view.even, view.odd})
+            PxCopyMirrorBorder_16u_I(plane, stepBytes, source, withRing, 2, 2);
         HAGreenScalar(view, 0, view.height);
         PxCopyMirrorBorder_16u_I(view.g, stepBytes, source, withRing, 2, 2);
         HAColourAtGreenScalar(view, 0, view.height);
