@@ -31,6 +31,7 @@ constexpr double fastPathCpsnr = 29.63;
 constexpr double hamiltonAdamsCpsnr = 36.60;
 constexpr double lpaIciCpsnr = 39.71;
 constexpr double mlriCpsnr = 38.45;
+constexpr double ariCpsnr = 39.15;
 
 const uint32_t bayerFormats[] = {PixelFormat::BayerRGGB, PixelFormat::BayerGRBG, PixelFormat::BayerBGGR,
                                  PixelFormat::BayerGBRG};
@@ -163,6 +164,7 @@ const Stage fastStage{0, {PixelFormat::RGB, 8, 24}, "DeBayerLQ"};
 const Stage haStage{1, {PixelFormat::RGBX, 8, 32}, "HA"};
 const Stage lpaIciStage{2, {PixelFormat::RGBX, 8, 32}, "LPAICIa"};
 const Stage mlriStage{4, {PixelFormat::RGBX, 8, 32}, "MLRI"};
+const Stage ariStage{3, {PixelFormat::RGBX, 8, 32}, "ARI"};
 
 // CPSNR of every image in every order at scale 1, image by image; stages are made at the level in force.
 void MeasureCpsnr(const Stage& stage, std::vector<double>& figures) {
@@ -221,6 +223,7 @@ struct QualityCase {
     Stage stage;
     double expected;
     bool bitExactForms;
+    bool slow;  // minutes per form: run only when FRAMEFEED_SLOW_QUALITY is set
 };
 
 void PrintTo(const QualityCase& c, std::ostream* os) { *os << c.stage.name; }
@@ -229,6 +232,8 @@ class HighQuality : public DemosaicQuality, public testing::WithParamInterface<Q
 
 TEST_P(HighQuality, ReachesItsFigureInBothForms) {
     const QualityCase& c = GetParam();
+    if (c.slow && std::getenv("FRAMEFEED_SLOW_QUALITY") == nullptr)
+        GTEST_SKIP() << c.stage.name << " takes minutes per form; set FRAMEFEED_SLOW_QUALITY=1 to measure it";
     const int32_t naturalLevel = PxChooseRow(PxFeatureMask());
     std::vector<double> natural, scalar;
     {
@@ -249,9 +254,10 @@ TEST_P(HighQuality, ReachesItsFigureInBothForms) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Algorithms, HighQuality,
-                         testing::Values(QualityCase{haStage, hamiltonAdamsCpsnr, true},
-                                         QualityCase{lpaIciStage, lpaIciCpsnr, true},
-                                         QualityCase{mlriStage, mlriCpsnr, false}),
+                         testing::Values(QualityCase{haStage, hamiltonAdamsCpsnr, true, false},
+                                         QualityCase{lpaIciStage, lpaIciCpsnr, true, false},
+                                         QualityCase{mlriStage, mlriCpsnr, false, false},
+                                         QualityCase{ariStage, ariCpsnr, false, true}),
                          [](const testing::TestParamInfo<QualityCase>& info) { return std::string(info.param.stage.name); });
 
 }  // namespace
