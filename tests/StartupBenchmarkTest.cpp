@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -89,6 +90,32 @@ TEST_F(StartupBenchmark, AShortOrForeignCacheIsMeasuredAgainAndReplaced) {
         EXPECT_EQ(ReadFile(path), BenchmarkCacheBytes(stamp, table));
     }
 }
+
+// A measurement stream that cannot be built ends the start-up with false, after the assembly's own message, and
+// writes no file.
+TEST_F(StartupBenchmark, ARefusedMeasurementStreamFailsWithoutAFile) {
+    std::filesystem::remove(path);
+    platform::FailAllocationAfter(2);  // the frame block passes; the first stream's stage buffer does not
+    EXPECT_FALSE(LoadOrMeasurePerformance());
+    platform::FailAllocationAfter(0);
+    EXPECT_EQ(LogCapture::TakeTexts(),
+              (std::vector<std::string>{"Benchmarking system...", "FrameFeed: Unable to allocate a stage buffer of 4194304 bytes",
+                                        "Benchmark: Bit packer failed"}));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+#ifndef _WIN32
+// A folder that does not exist cannot take the file: the figures stay in memory and the start-up succeeds.
+TEST_F(StartupBenchmark, AnUnwritableFolderKeepsTheFiguresInMemory) {
+    const std::string kept = std::getenv("PROGRAMDATA");
+    setenv("PROGRAMDATA", (testing::TempDir() + "framefeed-no-such-folder/inside").c_str(), 1);
+    EXPECT_TRUE(LoadOrMeasurePerformance());
+    setenv("PROGRAMDATA", kept.c_str(), 1);
+    EXPECT_GT(ThePerfTable().fastDemosaicRate(1), 0u);
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(testing::TempDir() + "framefeed-no-such-folder")));
+    LogCapture::Take();
+}
+#endif
 
 // Without its frame block nothing can be measured: the table stays empty, no file is written, and the
 // plug-in still starts.
