@@ -39,12 +39,18 @@ inline uint32_t BitsPerPixelRead(uint32_t format) {
     }
 }
 
+// Luma samples per chroma sample of a planar YUV format, across a row and down a column.
+inline uint32_t ChromaAcross(uint32_t format) {
+    if (format == PixelFormat::YUV411P || format == PixelFormat::YUV411PAlt) return 4;
+    return format == PixelFormat::YUV444P ? 1 : 2;
+}
+inline uint32_t ChromaDown(uint32_t format) {
+    return format == PixelFormat::YUV420P || format == PixelFormat::YUV420PAlt ? 2 : 1;
+}
+
 // Bytes of an 8-bit planar YUV frame: the luma plane, then two chroma planes whose sizes round up.
 inline uint64_t PlanarYuvBytes(uint32_t format, uint32_t width, uint32_t height) {
-    uint32_t across = 1, down = 1;  // luma samples per chroma sample
-    if (format == PixelFormat::YUV420P || format == PixelFormat::YUV420PAlt) across = down = 2;
-    if (format == PixelFormat::YUV411P || format == PixelFormat::YUV411PAlt) across = 4;
-    if (format == PixelFormat::YUV422P) across = 2;
+    const uint32_t across = ChromaAcross(format), down = ChromaDown(format);
     const uint64_t chroma = (uint64_t(width) + across - 1) / across * ((uint64_t(height) + down - 1) / down);
     return uint64_t(width) * height + 2 * chroma;
 }

@@ -254,6 +254,13 @@ bool FrameFeed::BuildChain() {
     if (wanted.compression == CompressionCode::Jpeg) {
         StageSlot& jpeg = OpenSlot();
         if (!FitsContract(jpeg)) return false;
+        // The encoder reads planar YUV in whole chroma samples and would read past an image that ends inside one.
+        const uint32_t across = ChromaAcross(jpeg.format.format), down = ChromaDown(jpeg.format.format);
+        if (IsPlanarYuv(jpeg.format.format) && (jpeg.width % across != 0 || jpeg.height % down != 0)) {
+            Log(LogFailure, "FrameFeed: Planar YUV of %u * %u does not end on a whole chroma sample", jpeg.width,
+                jpeg.height);
+            return false;
+        }
         jpeg.param = new float(wanted.quality);
         const StageSlot& previous = slots[slotCount - 1];
         ImageProcessing* compressor =

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #ifndef _WIN32
@@ -61,11 +62,22 @@ TEST_F(ContractGuards, FramesDeclaringTooFewBitsAreRefused) {
     const auto odd = TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 16), {1, CompressionCode::Jpeg});
     EXPECT_FALSE(odd.first);
     EXPECT_EQ(odd.second, (std::vector<std::string>{"FrameFeed: Frame of 17 * 11 at 16 bits per pixel is smaller than its planes"}));
-    EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 24), {1, CompressionCode::Jpeg}).first);
+    EXPECT_TRUE(TryInit(MakeConfig(PixelFormat::YUV422P, 17, 11, 8, 24), {1, CompressionCode::Raw}).first);
     // Also inside the chain: two rows of 4:2:0 binned by 2 leave one row, whose chroma row rounds up.
     const auto binned = TryInit(MakeConfig(PixelFormat::YUV420P, 128, 2, 8, 12), {2, CompressionCode::Jpeg});
     EXPECT_FALSE(binned.first);
     EXPECT_EQ(binned.second.front(), "FrameFeed: Frame of 64 * 1 at 12 bits per pixel is smaller than its planes");
+    // The encoder takes planar YUV only in whole chroma samples, however many bytes the frame declares.
+    for (const auto& [format, width, height] : {std::make_tuple(PixelFormat::YUV422P, 17u, 12u),
+                                                std::make_tuple(PixelFormat::YUV420P, 16u, 11u)}) {
+        const auto partial = TryInit(MakeConfig(format, width, height, 8, 32), {1, CompressionCode::Jpeg});
+        EXPECT_FALSE(partial.first);
+        EXPECT_EQ(partial.second, (std::vector<std::string>{"FrameFeed: Planar YUV of " + std::to_string(width) + " * " +
+                                                            std::to_string(height) + " does not end on a whole chroma sample"}));
+    }
+    const auto partialBinned = TryInit(MakeConfig(PixelFormat::YUV420P, 128, 2, 8, 16), {2, CompressionCode::Jpeg});
+    EXPECT_FALSE(partialBinned.first);
+    EXPECT_EQ(partialBinned.second.back(), "FrameFeed: Planar YUV of 64 * 1 does not end on a whole chroma sample");
     // Padded 10-bit YUV rows: a 16-pixel row takes a whole 128-byte block, more than 16 x 32 bits.
     const auto padded = TryInit(MakeConfig(PixelFormat::UYVY, 16, 32, 10, 32), {2, CompressionCode::Raw});
     EXPECT_FALSE(padded.first);
