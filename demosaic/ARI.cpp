@@ -113,16 +113,7 @@ void ARI::GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, uint32
 }
 
 bool ARI::GetResultPlanes(void* planes[3]) {
-    const bool redOnEvenRows = (BayerPhase & 1) != 0;
-    planes[0] = redOnEvenRows ? planeEven.data : planeOdd.data;
-    planes[1] = planeG.data;
-    planes[2] = redOnEvenRows ? planeOdd.data : planeEven.data;
-    return true;
-}
-
-int32_t ARI::MaxValue() const {
-    const int32_t depth = inFormat.bitDepth;
-    return depth <= 0 ? 0 : (int32_t(1) << depth) - 1;
+    return PlanesInOutputOrder(planes, planeEven.data, planeG.data, planeOdd.data);
 }
 
 bool ARI::Interpolate(const void* src, int32_t srcStride) {
@@ -172,7 +163,7 @@ void ARI::EstimateGreen() {
 
     PxDiv_32f_I(planeEven.data, planeG.data, count);
     PxThresholdLT_32f_I(planeG.data, count, 0.0f);
-    PxThresholdGT_32f_I(planeG.data, count, float(MaxValue()));
+    PxThresholdGT_32f_I(planeG.data, count, float(InputMaximum()));
 }
 
 void ARI::DirectionalPass(uint32_t direction, uint32_t variant) {
@@ -296,7 +287,7 @@ void ARI::EstimateColour(uint32_t index) {
     }
     const int32_t count = Count(out);
     PxThresholdLT_32f_I(out.data, count, 0.0f);
-    PxThresholdGT_32f_I(out.data, count, float(MaxValue()));
+    PxThresholdGT_32f_I(out.data, count, float(InputMaximum()));
 
     // The residual at the plane's own sites, spread to the other sites; on the lattice of those sites the
     // kernel reaches only the centre, so they come back as their samples.
@@ -313,7 +304,7 @@ void ARI::EstimateColour(uint32_t index) {
 void ARI::FinishPlane(ImageBuffer32& plane) {
     const PxSize roi{int32_t(plane.width), int32_t(plane.height)};
     const int32_t step = int32_t(4 * plane.width);
-    const int32_t maxValue = MaxValue();
+    const int32_t maxValue = InputMaximum();
     if (outFormat.bitDepth > 8) {
         auto* words = reinterpret_cast<uint16_t*>(plane.data);
         PxConvertImage_32f16u(plane.data, step, words, step, roi, roundHalfUp);

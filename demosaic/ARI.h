@@ -56,8 +56,6 @@ private:
                               ImageBuffer32& c1, uint32_t direction);
     void EstimateColour(uint32_t index);
     void FinishPlane(ImageBuffer32& plane);
-    // (1 << input depth) - 1.
-    int32_t MaxValue() const;
 
     uint32_t riIterations = 10;    // iterations of the plain variant
     uint32_t mlriIterations = 10;  // iterations of the Laplacian variant

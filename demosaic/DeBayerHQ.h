@@ -34,6 +34,18 @@ public:
     virtual bool GetResultPlanes(void* planes[3]) = 0;
 
 protected:
+    // The largest sample of the input depth, which Init keeps within 1 to 12 bits.
+    int32_t InputMaximum() const { return (int32_t(1) << inFormat.bitDepth) - 1; }
+    // Red, green and blue from the planes of the even rows' colour, green and the odd rows' colour: bit 0 of
+    // BayerPhase says which colour the even rows carry. Always true.
+    bool PlanesInOutputOrder(void* planes[3], void* even, void* green, void* odd) const {
+        const bool redOnEvenRows = (BayerPhase & 1) != 0;
+        planes[0] = redOnEvenRows ? even : odd;
+        planes[1] = green;
+        planes[2] = redOnEvenRows ? odd : even;
+        return true;
+    }
+
     // 0 to 3. Bit 0 set: red lies on the even rows. Bit 1 set: row 0 begins with a green sample.
     int32_t BayerPhase = 0;
 

@@ -177,9 +177,5 @@ void HA::GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, uint32_
 }
 
 bool HA::GetResultPlanes(void* planes[3]) {
-    const bool redOnEvenRows = (BayerPhase & 1) != 0;
-    planes[0] = redOnEvenRows ? planeEven : planeOdd;
-    planes[1] = planeG;
-    planes[2] = redOnEvenRows ? planeOdd : planeEven;
-    return true;
+    return PlanesInOutputOrder(planes, planeEven, planeG, planeOdd);
 }

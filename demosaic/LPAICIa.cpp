@@ -181,7 +181,7 @@ void LPAICIa::CrossPlane(int k) {
 // Green: the mosaic at green sites, M + rint(D / 4) at the colour sites.
 void LPAICIa::BuildGreen() {
     const int32_t half = int32_t(width / 2);
-    const float top = float((1 << inFormat.bitDepth) - 1);
+    const float top = float(InputMaximum());
     for (int32_t y = 0; y < int32_t(height); ++y) {
         const int32_t p = y & 1, q = ((BayerPhase >> 1) ^ p) & 1;
         const uint16_t* m = mosaic + intptr_t(y) * (mosaicStride / 2);
@@ -198,7 +198,7 @@ void LPAICIa::BuildGreen() {
 // M - rint((l + r + u + d) / 16) at green sites from the field of Ck's differences around them.
 void LPAICIa::BuildColour(int k) {
     const int32_t half = int32_t(width / 2);
-    const float top = float((1 << inFormat.bitDepth) - 1);
+    const float top = float(InputMaximum());
     const float* own = k == 0 ? siteDiff0 : siteDiff1;
     const float* cross = k == 0 ? crossDiff0 : crossDiff1;
     uint16_t* plane = k == 0 ? planeEven : planeOdd;
@@ -265,9 +265,5 @@ void LPAICIa::GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, ui
 }
 
 bool LPAICIa::GetResultPlanes(void* planes[3]) {
-    const bool redOnEvenRows = (BayerPhase & 1) != 0;
-    planes[0] = redOnEvenRows ? planeEven : planeOdd;
-    planes[1] = planeG;
-    planes[2] = redOnEvenRows ? planeOdd : planeEven;
-    return true;
+    return PlanesInOutputOrder(planes, planeEven, planeG, planeOdd);
 }

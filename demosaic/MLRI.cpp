@@ -98,11 +98,7 @@ void MLRI::GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, uint3
 }
 
 bool MLRI::GetResultPlanes(void* planes[3]) {
-    const bool redOnEvenRows = (BayerPhase & 1) != 0;
-    planes[0] = redOnEvenRows ? planeEven.data : planeOdd.data;
-    planes[1] = planeG.data;
-    planes[2] = redOnEvenRows ? planeOdd.data : planeEven.data;
-    return true;
+    return PlanesInOutputOrder(planes, planeEven.data, planeG.data, planeOdd.data);
 }
 
 void MLRI::BuildSideKernel(float table[9], double sigma, int32_t side) {
@@ -115,8 +111,6 @@ void MLRI::BuildSideKernel(float table[9], double sigma, int32_t side) {
         table[i] = k < 0 ? 0.0f : e[k] / total;
     }
 }
-
-float MLRI::MaxValue() const { return float(int32_t((1 << inFormat.bitDepth) - 1)); }
 
 void MLRI::BoxSumOn(ImageBuffer64& image, uint32_t window, int32_t rowParity) {
     BoxSum(boxRing, image, window, window, rowParity);
@@ -135,9 +129,9 @@ bool MLRI::Interpolate(const void* src, int32_t srcStride) {
         const KernelSpec fit{5, 5, laplacian5x5};
         const KernelSpec residual{7, 7, colourResidual7x7.taps};
         ResidualFit(planeEven, planeG, fit, residual, siteColourEven, colourWindow);
-        PxThresholdGT_32f_I(planeEven.data, Count(planeEven), MaxValue());
+        PxThresholdGT_32f_I(planeEven.data, Count(planeEven), float(InputMaximum()));
         ResidualFit(planeOdd, planeG, fit, residual, siteColourOdd, colourWindow);
-        PxThresholdGT_32f_I(planeOdd.data, Count(planeOdd), MaxValue());
+        PxThresholdGT_32f_I(planeOdd.data, Count(planeOdd), float(InputMaximum()));
 
         // In place: each row's samples land at its start and the row step stays 4 times the width.
         for (ImageBuffer32* plane : {&planeG, &planeEven, &planeOdd}) {
@@ -166,7 +160,7 @@ void MLRI::EstimateGreen() {
     planeG.Resize(raw.width, raw.height);
     PxAdd_32f(planeEven.data, raw.data, planeG.data, Count(planeG));
     // No lower clamp: the colour fits see a green below 0 as it is.
-    PxThresholdGT_32f_I(planeG.data, Count(planeG), MaxValue());
+    PxThresholdGT_32f_I(planeG.data, Count(planeG), float(InputMaximum()));
 }
 
 void MLRI::DirectionalGreen(uint32_t direction) {

@@ -56,8 +56,6 @@ private:
     void ResidualFit(ImageBuffer32& out, const ImageBuffer32& source, const KernelSpec& fitKernel,
                      const KernelSpec& residualKernel, uint32_t site, uint32_t window);
     void BoxSumOn(ImageBuffer64& image, uint32_t window, int32_t rowParity);
-    // The largest sample of the input depth; the planes are clamped to it.
-    float MaxValue() const;
 
     double epsilon = 1e-9;
     double sigma = 1.0;
