@@ -213,8 +213,11 @@ struct FrameSize {
 // machine falls on both alike; the order alternates, so neither always finds the caches as the other left them.
 // Each side's rate in input MPix/s is filed under the benchmark's name with the side's suffix appended, the
 // first side's speed relative to the second's under the name itself. Without a second side the first runs alone.
+// `setup`, when given, runs untimed before each side's turn: for jobs that work in place and need their input
+// restored.
 inline void TimeTurns(benchmark::State& state, MeasurementLog& log, const std::string& name, FrameSize size,
-                      Side oursSide, const FrameFunction& ours, Side peerSide, const FrameFunction& peer) {
+                      Side oursSide, const FrameFunction& ours, Side peerSide, const FrameFunction& peer,
+                      const std::function<void(uint64_t frame, bool oursTurn)>& setup = {}) {
     using Clock = std::chrono::steady_clock;
     Clock::duration oursTime{};
     Clock::duration peerTime{};
@@ -223,6 +226,7 @@ inline void TimeTurns(benchmark::State& state, MeasurementLog& log, const std::s
         for (int turn = 0; turn < 2; ++turn) {
             const bool oursTurn = (turn == 0) == (frame % 2 == 0);
             if (!oursTurn && !peer) continue;
+            if (setup) setup(frame, oursTurn);
             const auto start = Clock::now();
             (oursTurn ? ours : peer)(frame);
             benchmark::ClobberMemory();

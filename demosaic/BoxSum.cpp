@@ -6,20 +6,15 @@
 
 namespace {
 
-// The window sums of one row, r (at most n) elements to either side. The ring's row parity flips on every row, and a row
-// whose turn makes it positive is skipped without writing anything: its ring row keeps its zeros.
+// The window sums of one row, r (1 to n) elements to either side, with `vertical(i, sum)` called for each element
+// in ascending order once its sum is final: the vertical pass of the same column rides along, hidden in the latency
+// of the running sum.
 //
-// The line buffer (n + 2 r + 2 doubles) holds r + 1 zeros, then the running sums: element r + 1 + i sums source
-// elements 0 to i, and every element past the last sum stands for the total. Element i of dst is line element i + 2 r + 1
-// minus line element i. Both steps run in one upward pass, the difference trailing the running sum by 2 r + 1
-// elements, so dst may be the line buffer itself: each line element is read before dst overwrites it.
-void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_t r, int32_t& rowParity) {
-    rowParity = -rowParity;
-    if (rowParity > 0) return;
-    if (r == 0) {
-        if (dst != src) PxCopy_64f(src, dst, int32_t(n));
-        return;
-    }
+// The line buffer (n + 2 r + 2 doubles) gets r + 1 zeros, then the running sums (element r + 1 + i sums source
+// elements 0 to i), then r + 1 copies of the total. The window sum of element i is line element i + 2 r + 1 minus line
+// element i; `vertical` may write it into the line itself, or into src, since both lag behind the running sum.
+template <class Vertical>
+inline void SumRow(double* line, const double* src, uint32_t n, uint32_t r, Vertical vertical) {
     for (uint32_t k = 0; k <= r; ++k) line[k] = 0.0;
     double* sums = line + r + 1;
     // The sum starts from +0.0, so a -0.0 source never makes a -0.0 sum.
@@ -31,53 +26,83 @@ void BoxSumRow(double* dst, double* line, const double* src, uint32_t n, uint32_
     for (uint32_t i = r; i < n; ++i) {
         total += src[i];
         sums[i] = total;
-        dst[i - r] = total - line[i - r];
+        vertical(i - r, total - line[i - r]);
     }
-    for (uint32_t i = n - r; i < n; ++i) dst[i] = total - line[i];
+    for (uint32_t k = 0; k <= r; ++k) sums[n + k] = total;
+    for (uint32_t i = n - r; i < n; ++i) vertical(i, total - line[i]);
 }
 
-// Whole-row steps of the vertical pass; every operand is a different row.
-void AddRows(double* __restrict out, const double* __restrict a, const double* __restrict b, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) out[i] = a[i] + b[i];
-}
+// A ring row as the vertical pass reads it. With r above 0 the ring keeps each row's line buffer and a window sum is
+// the difference of two of its elements, taken afresh on every read, so that feeding a row stores the line only;
+// with r = 0 the ring keeps the source row itself.
+class RingRows {
+public:
+    RingRows(double* rows, uint32_t lineLength, uint32_t count, uint32_t r)
+        : rows(rows), lineLength(lineLength), count(count), span(r == 0 ? 0 : 2 * r + 1) {}
 
-void AddRow(double* __restrict out, const double* __restrict a, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) out[i] += a[i];
-}
+    double* Line(uint32_t j) const { return rows + size_t(j % count) * lineLength; }
+    double Sum(const double* line, uint32_t i) const { return span == 0 ? line[i] : line[i + span] - line[i]; }
 
-void SubtractRows(double* __restrict out, const double* __restrict a, const double* __restrict b, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) out[i] = a[i] - b[i];
-}
+    // Feeds source row j, or skips it by the ring's row parity, which flips on every row: a row whose turn makes
+    // it positive is skipped without writing anything, so its ring row keeps its zeros.
+    template <class Vertical>
+    void Feed(uint32_t j, const double* src, uint32_t n, int32_t& rowParity, Vertical vertical) const {
+        rowParity = -rowParity;
+        if (rowParity > 0) return;
+        double* line = Line(j);
+        if (span == 0) {
+            PxCopy_64f(src, line, int32_t(n));
+            for (uint32_t i = 0; i < n; ++i) vertical(i, line[i]);
+        } else {
+            SumRow(line, src, n, span >> 1, vertical);
+        }
+    }
 
-// out = above + entering - leaving, the addition first.
-void SlideRows(double* __restrict out, const double* __restrict above, const double* __restrict entering,
-               const double* __restrict leaving, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) out[i] = (above[i] + entering[i]) - leaving[i];
-}
+    // Whole-row steps of the vertical pass; `out` may be `above`.
+    void Add(double* out, const double* above, const double* entering, uint32_t n) const {
+        if (span == 0)
+            for (uint32_t i = 0; i < n; ++i) out[i] = above[i] + entering[i];
+        else
+            for (uint32_t i = 0; i < n; ++i) out[i] = above[i] + (entering[i + span] - entering[i]);
+    }
+    void Subtract(double* out, const double* above, const double* leaving, uint32_t n) const {
+        if (span == 0)
+            for (uint32_t i = 0; i < n; ++i) out[i] = above[i] - leaving[i];
+        else
+            for (uint32_t i = 0; i < n; ++i) out[i] = above[i] - (leaving[i + span] - leaving[i]);
+    }
+    // out = ring row a + ring row b.
+    void Pair(double* out, const double* a, const double* b, uint32_t n) const {
+        for (uint32_t i = 0; i < n; ++i) out[i] = Sum(a, i) + Sum(b, i);
+    }
+
+private:
+    double* const rows;
+    const uint32_t lineLength, count, span;
+};
+
+constexpr auto noVertical = [](uint32_t, double) {};
 
 // Images lower than the window (fewer than 2 v + 1 rows): every row fits the ring at once, so all rows are fed
 // first and each output row then follows from the one above, adding the row entering its window or subtracting
 // the row leaving it. No row outside the image is read.
-void BoxSumLow(BoxRing& ring, ImageBuffer64& image, uint32_t r, uint32_t v) {
+void BoxSumLow(BoxRing& ring, ImageBuffer64& image, const RingRows& rows, uint32_t v) {
     const uint32_t n = image.width, height = image.height;
-    const uint32_t lineLength = ring.buffer.width;
-    double* const rows = ring.buffer.data;
-    const auto ringRow = [&](uint32_t j) { return rows + size_t(j) * lineLength; };
     const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
-    for (uint32_t j = 0; j < height; ++j) BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity);
+    for (uint32_t j = 0; j < height; ++j) rows.Feed(j, out(j), n, ring.rowParity, noVertical);
 
     const uint32_t lastOfFirst = std::min(v, height - 1);
     if (lastOfFirst == 0) {
-        PxCopy_64f(ringRow(0), out(0), int32_t(n));
+        for (uint32_t i = 0; i < n; ++i) out(0)[i] = rows.Sum(rows.Line(0), i);
     } else {
-        AddRows(out(0), ringRow(0), ringRow(1), n);
-        for (uint32_t j = 2; j <= lastOfFirst; ++j) AddRow(out(0), ringRow(j), n);
+        rows.Pair(out(0), rows.Line(0), rows.Line(1), n);
+        for (uint32_t j = 2; j <= lastOfFirst; ++j) rows.Add(out(0), out(0), rows.Line(j), n);
     }
     for (uint32_t y = 1; y < height; ++y) {
         if (y + v < height)
-            AddRows(out(y), out(y - 1), ringRow(y + v), n);
+            rows.Add(out(y), out(y - 1), rows.Line(y + v), n);
         else if (y > v)
-            SubtractRows(out(y), out(y - 1), ringRow(y - v - 1), n);
+            rows.Subtract(out(y), out(y - 1), rows.Line(y - v - 1), n);
         else
             PxCopy_64f(out(y - 1), out(y), int32_t(n));
     }
@@ -100,51 +125,65 @@ void BoxSum(BoxRing& ring, ImageBuffer64& image, uint32_t windowWidth, uint32_t 
     ring.rowParity = rowParity;
     ring.buffer.Resize(lineLength, ringRows);
     PxSet_64f(0.0, ring.buffer.data, int32_t(lineLength * ringRows));
+    const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
     if (v == 0) {
-        ring.rowParity = 0;
+        // Each row in place, with ring row 0 as line buffer.
         for (uint32_t y = 0; y < height; ++y) {
-            double* row = image.data + size_t(y) * n;
-            BoxSumRow(row, ring.buffer.data, row, n, r, ring.rowParity);
+            double* row = out(y);
+            if (r > 0) SumRow(ring.buffer.data, row, n, r, [row](uint32_t i, double sum) { row[i] = sum; });
         }
         return;
     }
+    const RingRows rows(ring.buffer.data, lineLength, ringRows, r);
     if (low) {
-        BoxSumLow(ring, image, r, v);
+        BoxSumLow(ring, image, rows, v);
         return;
     }
 
     // Rows are fed into the ring in order and the results written back into image: an output row trails the
     // row being read by at least v + 1.
-    double* const rows = ring.buffer.data;
-    const auto ringRow = [&](uint32_t j) { return rows + size_t(j % ringRows) * lineLength; };
-    const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
-    const auto feed = [&](uint32_t j) { BoxSumRow(ringRow(j), ringRow(j), out(j), n, r, ring.rowParity); };
+    const auto feed = [&](uint32_t j) { rows.Feed(j, out(j), n, ring.rowParity, noVertical); };
 
     // Start: output rows 0 to v from source rows 0 to 2 v.
     feed(0);
     feed(1);
-    AddRows(out(0), ringRow(0), ringRow(1), n);
+    rows.Pair(out(0), rows.Line(0), rows.Line(1), n);
     for (uint32_t j = 2; j <= 2 * v; ++j) {
         feed(j);
         if (j <= v)
-            AddRow(out(0), ringRow(j), n);
+            rows.Add(out(0), out(0), rows.Line(j), n);
         else
-            AddRows(out(j - v), out(j - v - 1), ringRow(j), n);
+            rows.Add(out(j - v), out(j - v - 1), rows.Line(j), n);
     }
     // Middle: source row j enters output row j - v's window, row j - 2 v - 1 leaves it. Under a row parity only
-    // one of the two can be non-zero, and the skipped one is left out.
+    // one of the two can be non-zero, and the skipped one is left out. Each output row is made in the loop that
+    // sums the row entering it; under a row parity a summed row also carries the next, skipped row's output, which
+    // only loses a row.
     for (uint32_t j = 2 * v + 1; j < height; ++j) {
-        feed(j);
         const uint32_t y = j - v;
-        const double* entering = ringRow(j);
-        const double* leaving = ringRow(j + 1);  // j - 2 v - 1 in a ring of 2 v + 2 rows
-        if (ring.rowParity == 0)
-            SlideRows(out(y), out(y - 1), entering, leaving, n);
-        else if (ring.rowParity < 0)
-            AddRows(out(y), out(y - 1), entering, n);
-        else
-            SubtractRows(out(y), out(y - 1), leaving, n);
+        const double* const leaving = rows.Line(j + 1);  // j - 2 v - 1 in a ring of 2 v + 2 rows
+        double* const output = out(y);
+        const double* const above = out(y - 1);
+        const int32_t parity = -ring.rowParity;  // this row's turn
+        if (parity == 0) {
+            rows.Feed(j, out(j), n, ring.rowParity,
+                      [=](uint32_t i, double sum) { output[i] = (above[i] + sum) - rows.Sum(leaving, i); });
+        } else if (parity > 0) {
+            feed(j);  // skipped: the output row only loses a row
+            rows.Subtract(output, above, leaving, n);
+        } else if (j + 1 == height) {
+            rows.Feed(j, out(j), n, ring.rowParity, [=](uint32_t i, double sum) { output[i] = above[i] + sum; });
+        } else {
+            double* const next = out(y + 1);
+            const double* const leavingNext = rows.Line(j + 2);
+            rows.Feed(j, out(j), n, ring.rowParity, [=](uint32_t i, double sum) {
+                const double value = above[i] + sum;
+                output[i] = value;
+                next[i] = value - rows.Sum(leavingNext, i);
+            });
+            feed(++j);
+        }
     }
     // End: the last v output rows only lose rows; skipped rows subtract the zeros their ring rows hold.
-    for (uint32_t y = height - v; y < height; ++y) SubtractRows(out(y), out(y - 1), ringRow(y - v - 1), n);
+    for (uint32_t y = height - v; y < height; ++y) rows.Subtract(out(y), out(y - 1), rows.Line(y - v - 1), n);
 }

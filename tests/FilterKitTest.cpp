@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -123,6 +124,42 @@ TEST(BoxSum, EqualsADirectSumForManySizesAndWindowsIncludingImagesLowerThanTheWi
     EXPECT_THROW(BoxSum(ring, image, 3, 3, 0), bool);
     platform::FailAllocationAfter(0);
     EXPECT_TRUE(Equal(image, before));
+}
+
+// The sums in the order they are defined: running sums along each row, window sums as differences of those, then
+// a running sum down each column that adds the entering row before subtracting the leaving one.
+std::vector<double> RunningBoxSum(const std::vector<double>& s, int w, int h, int r, int v) {
+    std::vector<double> rowSums(s.size()), out(s.size());
+    std::vector<double> line(size_t(w + 2 * r + 2));
+    for (int y = 0; y < h; ++y) {
+        std::fill(line.begin(), line.end(), 0.0);
+        double total = 0.0;
+        for (int i = 0; i < w; ++i) line[size_t(r + 1 + i)] = total += s[size_t(y * w + i)];
+        std::fill(line.begin() + r + 1 + w, line.end(), total);
+        for (int i = 0; i < w; ++i) rowSums[size_t(y * w + i)] = line[size_t(i + 2 * r + 1)] - line[size_t(i)];
+    }
+    const auto row = [&](int y, int x) { return y >= 0 && y < h ? rowSums[size_t(y * w + x)] : 0.0; };
+    for (int x = 0; x < w; ++x) {
+        double sum = row(0, x) + row(1, x);
+        for (int j = 2; j <= v; ++j) sum += row(j, x);
+        out[size_t(x)] = sum;
+        for (int y = 1; y < h; ++y) out[size_t(y * w + x)] = sum = (sum + row(y + v, x)) - row(y - v - 1, x);
+    }
+    return out;
+}
+
+TEST(BoxSum, FractionalSumsRoundInTheDefinedOrder) {
+    BoxRing ring;
+    ImageBuffer64 image;
+    std::mt19937 rng(5);
+    for (auto [w, h, ww, wh] : {std::tuple{32u, 24u, 3u, 3u}, {64u, 41u, 9u, 5u}, {16u, 40u, 33u, 17u}}) {
+        image.Resize(w, h);
+        std::vector<double> source(size_t(w) * h);
+        for (double& x : source) x = std::uniform_real_distribution<double>(-1e3, 1e3)(rng) / 3.0;
+        std::copy(source.begin(), source.end(), image.data);
+        BoxSum(ring, image, ww, wh, 0);
+        ASSERT_TRUE(Equal(image, RunningBoxSum(source, int(w), int(h), int(ww / 2), int(wh / 2)))) << w << "x" << h;
+    }
 }
 
 TEST(BoxSum, RowParityShortcutGivesTheBitsOfTheFullPass) {
