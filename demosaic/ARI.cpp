@@ -117,6 +117,7 @@ bool ARI::GetResultPlanes(void* planes[3]) {
 }
 
 bool ARI::Interpolate(const void* src, int32_t srcStride) {
+    const ImageBlockPool::Scope poolScope(imagePool);
     const PxSize roi{int32_t(raw.width), int32_t(raw.height)};
     const int32_t rawStep = int32_t(4 * raw.width);
     if (inFormat.bitDepth > 8)

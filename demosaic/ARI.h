@@ -61,6 +61,7 @@ private:
     uint32_t mlriIterations = 10;  // iterations of the Laplacian variant
     double epsilon = 1e-9;         // regularisation of every guided filter
     FilterScratch filterScratch;
+    ImageBlockPool imagePool;  // the blocks of the images each step makes and drops, from frame to frame
     ImageBuffer32 raw;        // the mosaic as floats
     ImageBuffer32 planeG;     // green
     ImageBuffer32 planeEven;  // the colour of the even rows; the sum of blending weights while green is estimated

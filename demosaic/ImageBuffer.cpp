@@ -3,6 +3,8 @@
 #include "platform/Platform.h"
 #include "primitives/Px.h"
 
+#include <cstring>
+
 namespace {
 
 constexpr size_t dataAlignment = 64;
@@ -10,11 +12,53 @@ constexpr size_t dataAlignment = 64;
 // Byte `index` of a site pattern word.
 uint8_t PatternByte(uint32_t pattern, int index) { return uint8_t(pattern >> (8 * index)); }
 
+thread_local ImageBlockPool* currentPool = nullptr;
+
+// Gives a block back to the current pool, or to the system outside a pool's scope.
+void ReturnBlock(void* block, uint32_t bytes) {
+    if (block == nullptr) return;
+    if (ImageBlockPool* pool = ImageBlockPool::Current())
+        pool->Keep(block, bytes);
+    else
+        platform::AlignedFree(block);
+}
+
 }  // namespace
+
+ImageBlockPool::~ImageBlockPool() {
+    for (uint32_t i = 0; i < count; ++i) platform::AlignedFree(kept[i].block);
+}
+
+ImageBlockPool* ImageBlockPool::Current() { return currentPool; }
+
+ImageBlockPool::Scope::Scope(ImageBlockPool& pool) : outer(currentPool) { currentPool = &pool; }
+
+ImageBlockPool::Scope::~Scope() { currentPool = outer; }
+
+void* ImageBlockPool::Take(uint32_t bytes) {
+    // The newest first: its pages are the likeliest to be in the cache.
+    for (uint32_t i = count; i-- > 0;) {
+        if (kept[i].bytes != bytes) continue;
+        void* block = kept[i].block;
+        for (uint32_t k = i + 1; k < count; ++k) kept[k - 1] = kept[k];
+        --count;
+        return block;
+    }
+    return nullptr;
+}
+
+void ImageBlockPool::Keep(void* block, uint32_t bytes) {
+    if (count == capacity) {
+        platform::AlignedFree(kept[0].block);
+        for (uint32_t k = 1; k < count; ++k) kept[k - 1] = kept[k];
+        --count;
+    }
+    kept[count++] = {block, bytes};
+}
 
 template <class Element>
 ImageBuffer<Element>::~ImageBuffer() {
-    platform::AlignedFree(data);
+    ReturnBlock(data, capacity);
 }
 
 template <class Element>
@@ -22,8 +66,25 @@ void ImageBuffer<Element>::Resize(uint32_t w, uint32_t h) {
     // The byte count is formed in 32 bits, as the capacity field holds it.
     const uint32_t bytes = w * h * uint32_t(sizeof(Element));
     if (bytes > capacity) {
-        void* grown = platform::AlignedRealloc(data, bytes, dataAlignment);
-        if (grown == nullptr) throw false;
+        ImageBlockPool* pool = ImageBlockPool::Current();
+        void* grown = pool != nullptr ? pool->Take(bytes) : nullptr;
+        if (grown != nullptr) {
+            // A kept block counts as an allocation for the failures that tests inject.
+            if (platform::AllocationFaultDue()) {
+                pool->Keep(grown, bytes);
+                throw false;
+            }
+            if (data != nullptr) std::memcpy(grown, data, capacity);
+            ReturnBlock(data, capacity);
+        } else if (pool != nullptr) {
+            grown = platform::AlignedAlloc(bytes, dataAlignment);
+            if (grown == nullptr) throw false;
+            if (data != nullptr) std::memcpy(grown, data, capacity);
+            ReturnBlock(data, capacity);
+        } else {
+            grown = platform::AlignedRealloc(data, bytes, dataAlignment);
+            if (grown == nullptr) throw false;
+        }
         data = static_cast<Element*>(grown);
         capacity = bytes;
     }
@@ -33,7 +94,7 @@ void ImageBuffer<Element>::Resize(uint32_t w, uint32_t h) {
 
 template <class Element>
 void ImageBuffer<Element>::Release() {
-    platform::AlignedFree(data);
+    ReturnBlock(data, capacity);
     data = nullptr;
     width = height = capacity = 0;
 }

@@ -6,6 +6,47 @@
 #include <cstdint>
 #include <utility>
 
+// Blocks that image buffers gave back, kept for the next request of the same size. Algorithms that create and drop
+// whole images on every step of a frame hold one and name it with an ImageBlockPool::Scope around the frame: inside
+// the scope, on that thread, image buffers take their blocks from the pool and give them back to it, so that the
+// steady state neither asks the system for memory nor touches fresh pages. The destructor frees what is kept.
+class ImageBlockPool {
+public:
+    ImageBlockPool() = default;
+    ~ImageBlockPool();
+    ImageBlockPool(const ImageBlockPool&) = delete;
+    ImageBlockPool& operator=(const ImageBlockPool&) = delete;
+
+    // The pool of the innermost scope on this thread, or null.
+    static ImageBlockPool* Current();
+
+    class Scope {
+    public:
+        explicit Scope(ImageBlockPool& pool);
+        ~Scope();
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+    private:
+        ImageBlockPool* const outer;
+    };
+
+    // A kept block of exactly `bytes`, or null.
+    void* Take(uint32_t bytes);
+    // Keeps a block of `bytes`; when full, frees the oldest kept block instead.
+    void Keep(void* block, uint32_t bytes);
+    uint32_t KeptBlocks() const { return count; }
+
+private:
+    static constexpr uint32_t capacity = 32;
+    struct Kept {
+        void* block;
+        uint32_t bytes;
+    };
+    Kept kept[capacity] = {};
+    uint32_t count = 0;
+};
+
 template <class Element>
 class ImageBuffer {
 public:

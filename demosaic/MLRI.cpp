@@ -117,6 +117,7 @@ void MLRI::BoxSumOn(ImageBuffer64& image, uint32_t window, int32_t rowParity) {
 }
 
 bool MLRI::Interpolate(const void* src, int32_t srcStride) {
+    const ImageBlockPool::Scope poolScope(imagePool);
     const PxSize size{int32_t(raw.width), int32_t(raw.height)};
     const int32_t rawStep = int32_t(4 * raw.width);
     if (inFormat.bitDepth > 8)

@@ -71,4 +71,5 @@ private:
     uint32_t siteColourOdd = 0;
     BoxRing boxRing;
     FilterScratch filterScratch;
+    ImageBlockPool imagePool;  // the blocks of the images each step makes and drops, from frame to frame
 };
