@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <random>
@@ -19,7 +20,6 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Stage = std::unique_ptr<ImageProcessing>;
 
 constexpr uint32_t ariSelector = 3;
@@ -41,34 +41,10 @@ std::unique_ptr<ARI> MakeWithParameters(uint32_t width, uint32_t height, ImageFo
     return stage;
 }
 
-Bytes Demosaic(ImageProcessing& stage, const Bytes& input) {
-    Bytes out(stage.OutputSize(), 0xA5);
-    EXPECT_EQ(stage.Process(input.data(), out.data(), nullptr), stage.OutputSize());
-    return out;
-}
-
-// The colour of each site of a Bayer order: 0 red, 1 green, 2 blue.
-int SiteColour(uint32_t format, uint32_t x, uint32_t y) {
-    static const int layouts[4][4] = {{0, 1, 1, 2}, {1, 0, 2, 1}, {2, 1, 1, 0}, {1, 2, 0, 1}};  // RGGB GRBG BGGR GBRG
-    return layouts[format - PixelFormat::BayerRGGB][(y & 1) * 2 + (x & 1)];
-}
-
 // The mosaic of an RGB picture given per pixel, as bytes or as little-endian words.
-template <class Picture>
-Bytes MosaicOf(uint32_t format, uint32_t width, uint32_t height, bool words, Picture picture) {
-    Bytes mosaic(size_t(width) * height * (words ? 2 : 1));
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x) {
-            const uint32_t v = picture(x, y, SiteColour(format, x, y));
-            const size_t i = size_t(y) * width + x;
-            if (words) {
-                mosaic[2 * i] = uint8_t(v);
-                mosaic[2 * i + 1] = uint8_t(v >> 8);
-            } else {
-                mosaic[i] = uint8_t(v);
-            }
-        }
-    return mosaic;
+Bytes MosaicOf(uint32_t format, uint32_t width, uint32_t height, bool words,
+               const std::function<uint32_t(uint32_t, uint32_t, int)>& picture) {
+    return PackSamples(BayerMosaic(format, width, height, picture), words ? 16 : 8);
 }
 
 uint32_t MosaicSample(const Bytes& mosaic, bool words, size_t i) {
@@ -80,11 +56,7 @@ uint32_t OutputSample(const Bytes& out, bool words, size_t i, int c) {
     return words ? uint32_t(out[8 * i + 2 * c] | out[8 * i + 2 * c + 1] << 8) : out[4 * i + c];
 }
 
-class ARITest : public ::testing::Test {
-protected:
-    void SetUp() override { LogCapture::Install(); }
-    void TearDown() override { platform::FailAllocationAfter(0); }
-};
+class ARITest : public StageTest {};
 
 TEST_F(ARITest, DefaultsAndClampedParameters) {
     // NewDeBayer's stage runs on the defaults; its planes are the frame's size, rows of 4-byte elements.
@@ -134,21 +106,19 @@ TEST_F(ARITest, DefaultsAndClampedParameters) {
 // Both counts 0 run one plain iteration in each direction, from the first frame on; the object keeps the 1.
 TEST_F(ARITest, ZeroIterationsRunOnePlainIteration) {
     const uint32_t width = 32, height = 16;
-    std::mt19937 random(7);
-    Bytes mosaic(width * height);
-    for (auto& sample : mosaic) sample = uint8_t(random());
+    const Bytes mosaic = RandomBytes(width * height, 7);
     const ImageFormat in{PixelFormat::BayerGBRG, 8, 8};
     const auto none = MakeWithParameters(width, height, in, 1e-9, 0, 0);
     const auto one = MakeWithParameters(width, height, in, 1e-9, 1, 0);
     const auto laplacian = MakeWithParameters(width, height, in, 1e-9, 0, 1);
     ASSERT_TRUE(none && one && laplacian);
     EXPECT_EQ(none->RiIterations(), 0u);
-    const Bytes expected = Demosaic(*one, mosaic);
-    EXPECT_EQ(Demosaic(*none, mosaic), expected);
+    const Bytes expected = RunStage(*one, mosaic);
+    EXPECT_EQ(RunStage(*none, mosaic), expected);
     EXPECT_EQ(none->RiIterations(), 1u);
     EXPECT_EQ(none->MlriIterations(), 0u);
-    EXPECT_NE(Demosaic(*laplacian, mosaic), expected);
-    EXPECT_EQ(Demosaic(*none, mosaic), expected);
+    EXPECT_NE(RunStage(*laplacian, mosaic), expected);
+    EXPECT_EQ(RunStage(*none, mosaic), expected);
 }
 
 // A field of one colour: every fit is flat, every residual zero, so each channel returns exactly. Input deeper
@@ -174,7 +144,7 @@ TEST_F(ARITest, FlatFieldsStayFlatInEveryOrderAndDepth) {
             const bool deepIn = c.depth > 8, deepOut = c.out.bitDepth > 8;
             Stage stage = MakeAri(width, height, {format, c.depth, deepIn ? 16u : 8u}, c.out);
             ASSERT_NE(stage, nullptr);
-            const Bytes out = Demosaic(
+            const Bytes out = RunStage(
                 *stage, MosaicOf(format, width, height, deepIn, [&](uint32_t, uint32_t, int k) { return c.rgb[k]; }));
             for (size_t i = 0; i < size_t(width) * height; ++i)
                 for (int k = 0; k < 3; ++k)
@@ -210,14 +180,14 @@ TEST_F(ARITest, SamplesAndCorrelatedRampsComeBack) {
             Stage stage = MakeAri(width, height, {format, depth, words ? 16u : 8u}, out);
             ASSERT_NE(stage, nullptr);
             const Bytes mosaic = MosaicOf(format, width, height, words, noisy);
-            const Bytes result = Demosaic(*stage, mosaic);
-            const Bytes ramped = Demosaic(*stage, MosaicOf(format, width, height, words, ramp));
+            const Bytes result = RunStage(*stage, mosaic);
+            const Bytes ramped = RunStage(*stage, MosaicOf(format, width, height, words, ramp));
             for (uint32_t y = 0; y < height; ++y)
                 for (uint32_t x = 0; x < width; ++x) {
                     SCOPED_TRACE("depth " + std::to_string(depth) + " format " + std::to_string(format) + " at " +
                                  std::to_string(x) + "," + std::to_string(y));
                     const size_t i = size_t(y) * width + x;
-                    const int c = SiteColour(format, x, y);
+                    const int c = BayerSiteColour(format, x, y);
                     const bool inside = x >= 3 && y >= 3 && x + 3 < width && y + 3 < height;
                     if (c == 1 || inside) ASSERT_EQ(OutputSample(result, words, i, c), MosaicSample(mosaic, words, i));
                     const int tolerance = inside ? int(words) : words ? 8 : 1;
@@ -262,16 +232,10 @@ TEST_F(ARITest, FixedKernels) {
     EXPECT_EQ(ARI::CriterionKernel[12], 0.0631914660f);
     for (const int corner : {0, 4, 20, 24}) EXPECT_EQ(ARI::CriterionKernel[corner], 0.0232468396f);
 
+    // The outer product of the line; on the lattice of the centre's own sites only the centre is non-zero.
     const float line[7] = {-1.0f / 16, 0, 9.0f / 16, 1, 9.0f / 16, 0, -1.0f / 16};
     for (int j = 0; j < 7; ++j)
-        for (int i = 0; i < 7; ++i) {
-            EXPECT_EQ(ARI::ColourResidualKernel[7 * j + i], line[j] * line[i]) << i << "," << j;
-            // On the lattice of the centre's own sites only the centre is non-zero.
-            if ((i - 3) % 2 == 0 && (j - 3) % 2 == 0)
-                EXPECT_EQ(ARI::ColourResidualKernel[7 * j + i], i == 3 && j == 3 ? 1.0f : 0.0f);
-        }
-    EXPECT_EQ(ARI::ColourResidualKernel[0], 1.0f / 256);
-    EXPECT_EQ(ARI::ColourResidualKernel[7 * 2 + 4], 81.0f / 256);
+        for (int i = 0; i < 7; ++i) EXPECT_EQ(ARI::ColourResidualKernel[7 * j + i], line[j] * line[i]) << i << "," << j;
 
     EXPECT_EQ(std::vector<float>(ARI::MidpointKernel, ARI::MidpointKernel + 3), (std::vector<float>{0.5f, 0, 0.5f}));
     EXPECT_EQ(std::vector<float>(ARI::ResidualKernel, ARI::ResidualKernel + 3), (std::vector<float>{0.5f, 1, 0.5f}));
@@ -283,31 +247,10 @@ TEST_F(ARITest, FixedKernels) {
 // checks that nothing leaks).
 TEST_F(ARITest, FailedAllocationsMidFrameFailTheFrameOnly) {
     const uint32_t width = 32, height = 16;
-    std::mt19937 random(9);
-    Bytes mosaic(width * height);
-    for (auto& sample : mosaic) sample = uint8_t(random());
+    const Bytes mosaic = RandomBytes(width * height, 9);
     const auto stage = MakeWithParameters(width, height, {PixelFormat::BayerBGGR, 8, 8}, 1e-9, 1, 1);
     ASSERT_NE(stage, nullptr);
-    const Bytes expected = Demosaic(*stage, mosaic);
-    ASSERT_TRUE(LogCapture::Take().empty());
-
-    uint32_t failing = 1;
-    for (;; ++failing) {
-        ASSERT_LT(failing, 5000u);
-        platform::FailAllocationAfter(failing);
-        const Bytes out = Demosaic(*stage, mosaic);
-        platform::FailAllocationAfter(0);
-        const auto messages = LogCapture::Take();
-        if (messages.empty()) {  // the frame makes fewer allocations than this
-            EXPECT_EQ(out, expected);
-            break;
-        }
-        ASSERT_EQ(messages, (std::vector<LoggedMessage>{{3, "Debayer failed"}})) << "allocation " << failing;
-        ASSERT_EQ(out, Bytes(out.size(), 0xA5)) << "allocation " << failing;
-        ASSERT_EQ(Demosaic(*stage, mosaic), expected) << "after allocation " << failing;
-        ASSERT_TRUE(LogCapture::Take().empty());
-    }
-    EXPECT_GT(failing, 50u);  // the frame has that many allocations, each one tried
+    EXPECT_GT(FailEachAllocationOfAFrame(*stage, mosaic), 50u);  // the frame has that many allocations
 
     // The workspace's four planes: Init refuses without a message.
     for (uint32_t first = 1; first <= 4; ++first) {

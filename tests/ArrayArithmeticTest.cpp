@@ -16,6 +16,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -23,11 +24,7 @@ namespace {
 const float nanF = std::numeric_limits<float>::quiet_NaN(), infF = std::numeric_limits<float>::infinity();
 const double nanD = std::numeric_limits<double>::quiet_NaN(), infD = std::numeric_limits<double>::infinity();
 
-class ArrayArithmetic : public ::testing::TestWithParam<int32_t> {
-protected:
-    void SetUp() override { PxForceProcessorLevel(GetParam()); }
-    void TearDown() override { PxForceProcessorLevel(PxLevelUnset); }
-};
+class ArrayArithmetic : public AtEachLevel {};
 
 template <class T>
 uint64_t Bits(T x) {
@@ -210,16 +207,13 @@ TEST_P(ArrayArithmetic, ConversionsClampNarrowingAndFillsAndCopiesAreExact) {
     EXPECT_TRUE(std::isnan(wide[0]) && wide[4] == 1 && wide[5] == double(out[5]));
 }
 
-INSTANTIATE_TEST_SUITE_P(Array, ArrayArithmetic, ::testing::ValuesIn(SupportedLevels()),
-                         [](const ::testing::TestParamInfo<int32_t>& info) {
-                             return "Level" + std::to_string(info.param);
-                         });
+INSTANTIATE_TEST_SUITE_P(Array, ArrayArithmetic, ::testing::ValuesIn(SupportedLevels()), LevelName);
 
 // Every form against the scalar one. Inputs: random values with zeros, signed zeros, NaN, infinities
 // and huge values sprinkled in; outputs are widened to double (exact) for comparison.
 struct Inputs {
-    std::vector<float> f1, f2, f3;
-    std::vector<double> d1, d2, d3;
+    std::vector<float> f[3];
+    std::vector<double> d[3];
     std::vector<uint16_t> u;
 };
 
@@ -236,14 +230,9 @@ Output Widen(PxStatus status, const std::vector<T>& v, int32_t offset) {
 
 // Source k (1 to 3) of the element type T.
 template <class T>
-const std::vector<T>& Source(const Inputs& in, int k);
-template <>
-const std::vector<float>& Source<float>(const Inputs& in, int k) {
-    return k == 1 ? in.f1 : k == 2 ? in.f2 : in.f3;
-}
-template <>
-const std::vector<double>& Source<double>(const Inputs& in, int k) {
-    return k == 1 ? in.d1 : k == 2 ? in.d2 : in.d3;
+const std::vector<T>& Source(const Inputs& in, int k) {
+    if constexpr (std::is_same_v<T, float>) return in.f[k - 1];
+    else return in.d[k - 1];
 }
 
 Inputs MakeInputs(size_t n, uint32_t seed) {
@@ -257,12 +246,8 @@ Inputs MakeInputs(size_t n, uint32_t seed) {
     };
     Inputs in;
     for (size_t i = 0; i < n; ++i) {
-        in.f1.push_back(float(draw()));
-        in.f2.push_back(float(draw()));
-        in.f3.push_back(float(draw()));
-        in.d1.push_back(draw());
-        in.d2.push_back(draw());
-        in.d3.push_back(draw());
+        for (auto& f : in.f) f.push_back(float(draw()));
+        for (auto& d : in.d) d.push_back(draw());
         in.u.push_back(uint16_t(random()));
     }
     return in;
@@ -329,12 +314,13 @@ std::vector<FormCase> FormCases() {
         InPlace<double>("InvSqrt_64f", PxInvSqrt_64f, 0x1p-51),
         {"AddProduct_32f", 0x1p-20,
          [](const Inputs& in, int32_t o, int32_t n) {
-             std::vector<float> srcDst = in.f3;
+             std::vector<float> srcDst = in.f[2];
              srcDst.resize(size_t(o + n));
              // Fusing changes the sum by at most an ulp of the product, however much the sum cancels.
-             Output out = Widen(PxAddProduct_32f(in.f1.data() + o, in.f2.data() + o, srcDst.data() + o, n), srcDst, o);
+             const PxStatus status = PxAddProduct_32f(in.f[0].data() + o, in.f[1].data() + o, srcDst.data() + o, n);
+             Output out = Widen(status, srcDst, o);
              for (int32_t i = o; i < o + n; ++i)
-                 out.scale.push_back(std::fabs(double(in.f1[i]) * in.f2[i]) + std::fabs(double(in.f3[i])));
+                 out.scale.push_back(std::fabs(double(in.f[0][i]) * in.f[1][i]) + std::fabs(double(in.f[2][i])));
              return out;
          }},
         Unary<float>("Abs_32f_I", PxAbs_32f_I),
@@ -348,12 +334,12 @@ std::vector<FormCase> FormCases() {
         {"Convert_32f64f", 0,
          [](const Inputs& in, int32_t o, int32_t n) {
              std::vector<double> out(size_t(o + n));
-             return Widen(PxConvert_32f64f(in.f1.data() + o, out.data() + o, n), out, o);
+             return Widen(PxConvert_32f64f(in.f[0].data() + o, out.data() + o, n), out, o);
          }},
         {"Convert_64f32f", 0,
          [](const Inputs& in, int32_t o, int32_t n) {
              std::vector<float> out(size_t(o + n));
-             return Widen(PxConvert_64f32f(in.d1.data() + o, out.data() + o, n), out, o);
+             return Widen(PxConvert_64f32f(in.d[0].data() + o, out.data() + o, n), out, o);
          }},
         {"Copy_16u", 0,
          [](const Inputs& in, int32_t o, int32_t n) {

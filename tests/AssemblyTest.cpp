@@ -42,6 +42,10 @@ ParameterChoice With(ParameterChoice choice, uint32_t scale, uint32_t demosaic =
 
 TEST_F(Assembly, RefusalsCarryTheirExactMessagesAndLeaveTheSlotsBuiltSoFar) {
     const std::string compressorRefused = "FrameFeed: Unable to create Compressor using given parameters";
+    const std::string scaler = "FrameFeed: Unable to create Scaler using given parameters";
+    const std::string bitPacker = "FrameFeed: Unable to create BitPacker using given parameters";
+    const std::string deBayer = "FrameFeed: Unable to create DeBayer using given parameters";
+    const std::string planer = "FrameFeed: Unable to create NewYUVPlaner using given parameters";
     ParameterChoice compression2 = Raw();
     compression2.compression = 2;
     const Refusal refusals[] = {
@@ -76,29 +80,7 @@ TEST_F(Assembly, RefusalsCarryTheirExactMessagesAndLeaveTheSlotsBuiltSoFar) {
          {"Compressor: Invalid input format", compressorRefused}, 1},
         {"unassigned deep format stops at the bit packer", MakeConfig(0x7FFF, 64, 32, 12, 12), Raw(),
          {"FrameFeed: Unable to create BitPacker using given parameters"}, 1},
-    };
-    for (const Refusal& refusal : refusals) {
-        SCOPED_TRACE(refusal.name);
-        stream = std::make_unique<FrameFeed>(nullptr);
-        EXPECT_FALSE(Init(refusal.config, refusal.choice));
-        const auto messages = LogCapture::Take();
-        std::vector<std::string> texts;
-        for (const LoggedMessage& message : messages) {
-            EXPECT_EQ(message.level, 3u);
-            texts.push_back(message.text);
-        }
-        EXPECT_EQ(texts, refusal.messages);
-        EXPECT_EQ(stream->SlotCount(), refusal.slotCount);
-        EXPECT_EQ(stream->PoolSize(), 0u);
-    }
-}
-
-TEST_F(Assembly, AStageThatRefusesLogsFirstAndTheAssemblyNamesIt) {
-    const std::string scaler = "FrameFeed: Unable to create Scaler using given parameters";
-    const std::string bitPacker = "FrameFeed: Unable to create BitPacker using given parameters";
-    const std::string deBayer = "FrameFeed: Unable to create DeBayer using given parameters";
-    const std::string planer = "FrameFeed: Unable to create NewYUVPlaner using given parameters";
-    const Refusal refusals[] = {
+        // A stage that refuses logs first, and the assembly names it.
         {"RGB cannot be binned", MakeConfig(PixelFormat::RGB, 64, 32, 8, 24), With(Jpeg(), 2),
          {"Scaler: Unsupported pixel format (6)", scaler}, 1},
         {"no stage bins by 3", MakeConfig(PixelFormat::Mono, 64, 32, 8, 8), With(Raw(), 3),
@@ -113,6 +95,8 @@ TEST_F(Assembly, AStageThatRefusesLogsFirstAndTheAssemblyNamesIt) {
          With(Jpeg(), 1, 7, 1), {"DeBayerLQ: Unsupported input bit depth (12)", deBayer}, 1},
         {"the fast demosaicking does not bin by 3", MakeConfig(PixelFormat::BayerRGGB, 64, 32, 8, 8),
          With(Raw(), 3), {"DeBayerLQ: Unsupported scale factor (3)", deBayer}, 1},
+        {"16-bit samples are beyond what HA reads itself", MakeConfig(PixelFormat::BayerBGGR, 64, 32, 16, 16),
+         With(Raw(), 1, 1, 1), {"DeBayer (HQ): Invalid image precision", deBayer}, 1},
         {"packed YUV is not binned by 8", MakeConfig(PixelFormat::YUYV, 64, 32, 8, 16), With(Raw(), 8),
          {"YUVPlaner: Unsupported scale factor(8)", planer}, 1},
         {"deep data with a width not of 16s stops at the reduction", MakeConfig(PixelFormat::BayerGRBG, 40, 32, 16, 16),
@@ -122,8 +106,15 @@ TEST_F(Assembly, AStageThatRefusesLogsFirstAndTheAssemblyNamesIt) {
         SCOPED_TRACE(refusal.name);
         stream = std::make_unique<FrameFeed>(nullptr);
         EXPECT_FALSE(Init(refusal.config, refusal.choice));
-        EXPECT_EQ(LogCapture::TakeTexts(), refusal.messages);
+        const auto messages = LogCapture::Take();
+        std::vector<std::string> texts;
+        for (const LoggedMessage& message : messages) {
+            EXPECT_EQ(message.level, 3u);
+            texts.push_back(message.text);
+        }
+        EXPECT_EQ(texts, refusal.messages);
         EXPECT_EQ(stream->SlotCount(), refusal.slotCount);
+        EXPECT_EQ(stream->PoolSize(), 0u);
     }
 }
 

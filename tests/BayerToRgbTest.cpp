@@ -64,11 +64,7 @@ Mosaic Random(int width, int height, std::mt19937& random, int levels = 256) {
     return m;
 }
 
-class EveryForm : public ::testing::TestWithParam<int32_t> {
-protected:
-    void SetUp() override { PxForceProcessorLevel(GetParam()); }
-    void TearDown() override { PxForceProcessorLevel(PxLevelUnset); }
-};
+class EveryForm : public AtEachLevel {};
 
 TEST(BayerToRgb, ATwoByTwoImageSpreadsItsOneRedAndBlue) {
     const Mosaic m{2, 2, {10, 20, 31, 40}};  // RGGB: R 10, G 20 and 31, B 40
@@ -177,9 +173,6 @@ TEST_P(EveryForm, EqualsTheReferenceOnRandomImagesRegionsAndSteps) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Forms, EveryForm, ::testing::ValuesIn(SupportedLevels()),
-                         [](const testing::TestParamInfo<int32_t>& info) {
-                             return "level" + std::to_string(info.param);
-                         });
+INSTANTIATE_TEST_SUITE_P(Forms, EveryForm, ::testing::ValuesIn(SupportedLevels()), LevelName);
 
 }  // namespace

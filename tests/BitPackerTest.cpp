@@ -11,15 +11,6 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes RandomBytes(size_t count, uint32_t seed) {
-    std::mt19937 random(seed);
-    Bytes bytes(count);
-    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-    return bytes;
-}
-
 // `pattern` in the groups that a seeded choice picks and zero bytes in the others, so that order shows.
 Bytes Scattered(const Bytes& pattern, size_t groups, uint32_t seed) {
     std::mt19937 random(seed);
@@ -43,11 +34,7 @@ Bytes Convert(uint32_t width, uint32_t height, ImageFormat in, ImageFormat out, 
     return converted;
 }
 
-class BitPackerTest : public ::testing::Test {
-protected:
-    void SetUp() override { LogCapture::Install(); }
-    void TearDown() override { PxForceProcessorLevel(-1); }
-};
+class BitPackerTest : public StageTest {};
 
 TEST_F(BitPackerTest, PackedGroupsGiveTheirSamplesInEveryPlaceOfAFrame) {
     struct Example {

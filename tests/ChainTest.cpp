@@ -1,74 +1,27 @@
-// Whole chains through the exported interface: every input family reaches the callback.
+// Whole chains through the exported interface: every input family reaches the callback, and each demosaicking
+// choice delivers what its stage makes.
 #include "TestSupport.h"
+
+#include "demosaic/NewDeBayer.h"
 
 #include <gtest/gtest.h>
 #include <turbojpeg.h>
 
 #include <memory>
+#include <random>
 
 namespace {
 
-using StreamPtr = std::unique_ptr<Stream, FrameFeedStreamDeleter>;
+class Chains : public StreamTest {};
 
-class Chains : public ::testing::Test {
-protected:
-    void SetUp() override {
-        LogCapture::Install();
-        HostRecorder::Reset();
-    }
-    void TearDown() override { HostRecorder::ReturnAll(HostRecorder::Take()); }
-
-    // One frame through a new stream; the delivery with its payload.
-    Delivery Run(const StreamConfig& config, const ParameterChoice& choice, const std::vector<uint8_t>& frame) {
-        StreamPtr stream(NewStream(&HostRecorder::Callback));
-        const auto parameters = MakeParameters(choice);
-        EXPECT_TRUE(stream->Init(9, &config, parameters.data(), 0)) << testing::PrintToString(LogCapture::TakeTexts());
-        EXPECT_TRUE(stream->ProcessFrame(frame.data(), uint32_t(frame.size()), 1, 2));
-        auto deliveries = HostRecorder::Take();
-        HostRecorder::ReturnAll(deliveries);
-        EXPECT_EQ(deliveries.size(), 1u);
-        EXPECT_TRUE(LogCapture::Take().empty());
-        return deliveries.empty() ? Delivery{} : deliveries[0];
-    }
-};
-
-struct JpegHeader {
-    int width = 0, height = 0, subsampling = -1;
-};
-
-JpegHeader ReadJpeg(const std::vector<uint8_t>& jpeg) {
-    JpegHeader header;
-    int colourspace = 0;
-    tjhandle decoder = tjInitDecompress();
-    EXPECT_EQ(tjDecompressHeader3(decoder, jpeg.data(), static_cast<unsigned long>(jpeg.size()), &header.width,
-                                  &header.height, &header.subsampling, &colourspace),
-              0);
-    tjDestroy(decoder);
-    return header;
-}
-
-// 8-bit samples packed as the sensor's 10-bit (four in 5 bytes) or 12-bit (two in 3) data, with
-// low bits that the reduction must drop.
-std::vector<uint8_t> Pack(const std::vector<uint8_t>& samples, int depth) {
-    std::vector<uint8_t> packed;
-    if (depth == 10) {
-        for (size_t i = 0; i < samples.size(); i += 4) {
-            uint64_t bits = 0;
-            for (int k = 0; k < 4; ++k) bits |= uint64_t(samples[i + k] << 2 | (k + i) % 4) << (10 * k);
-            for (int b = 0; b < 5; ++b) packed.push_back(uint8_t(bits >> (8 * b)));
-        }
-    } else if (depth == 12) {
-        for (size_t i = 0; i < samples.size(); i += 2) {
-            const uint32_t bits = uint32_t(samples[i] << 4 | 0xA) | uint32_t(samples[i + 1] << 4 | 0x5) << 12;
-            for (int b = 0; b < 3; ++b) packed.push_back(uint8_t(bits >> (8 * b)));
-        }
-    } else {
-        for (const uint8_t s : samples) {
-            packed.push_back(uint8_t(s ^ 0x5A));
-            packed.push_back(s);
-        }
-    }
-    return packed;
+// 8-bit samples as the sensor's 10-, 12- or 16-bit data, with low bits that the reduction must drop.
+Bytes Pack(const Bytes& samples, int depth) {
+    std::vector<uint16_t> deep(samples.size());
+    for (size_t i = 0; i < samples.size(); ++i)
+        deep[i] = uint16_t(depth == 10 ? samples[i] << 2 | i % 4
+                           : depth == 12 ? samples[i] << 4 | (i % 2 ? 0x5 : 0xA)
+                                         : samples[i] << 8 | (samples[i] ^ 0x5A));
+    return PackSamples(deep, depth);
 }
 
 TEST_F(Chains, DeepSensorDataGivesWhatItsTopEightBitsGive) {
@@ -79,15 +32,15 @@ TEST_F(Chains, DeepSensorDataGivesWhatItsTopEightBitsGive) {
             for (const uint32_t scale : {1u, 2u, 4u, 8u, 16u}) {
                 SCOPED_TRACE(testing::Message() << "depth " << depth << " format " << format << " scale " << scale);
                 const ParameterChoice raw{scale, CompressionCode::Raw};
-                const Delivery deep = Run(MakeConfig(format, width, height, depth, uint32_t(depth)), raw, Pack(samples, depth));
-                const Delivery shallow = Run(MakeConfig(format, width, height, 8, 8), raw, samples);
+                const StreamConfig deepConfig = MakeConfig(format, width, height, depth, uint32_t(depth));
+                const Delivery deep = RunOneFrame(deepConfig, raw, Pack(samples, depth));
+                const Delivery shallow = RunOneFrame(MakeConfig(format, width, height, 8, 8), raw, samples);
                 EXPECT_EQ(deep.payload, shallow.payload);
                 EXPECT_EQ(deep.header.frameWidth, width / scale);
                 const uint32_t bytesPerPixel = format == PixelFormat::Mono ? 1 : scale == 1 ? 3 : 4;
                 EXPECT_EQ(shallow.payload.size(), width / scale * (height / scale) * bytesPerPixel);
-                const Delivery jpeg = Run(MakeConfig(format, width, height, depth, uint32_t(depth)), {scale},
-                                          Pack(samples, depth));
-                EXPECT_EQ(ReadJpeg(jpeg.payload).width, int(width / scale));
+                EXPECT_EQ(ReadJpegHeader(RunOneFrame(deepConfig, {scale}, Pack(samples, depth)).payload).width,
+                          int(width / scale));
             }
         }
     }
@@ -106,7 +59,8 @@ TEST_F(Chains, MonoAndPlanarYuvAreBinnedAndEncodedWithTheirOwnSubsampling) {
             SCOPED_TRACE(testing::Message() << "format " << c.format << " scale " << scale);
             const uint32_t width = 256, height = 128;
             const auto frame = MakeFrame(width * height * c.bitsPerPixel / 8, c.format);
-            const Delivery raw = Run(MakeConfig(c.format, width, height, 8, c.bitsPerPixel), {scale, CompressionCode::Raw}, frame);
+            const StreamConfig config = MakeConfig(c.format, width, height, 8, c.bitsPerPixel);
+            const Delivery raw = RunOneFrame(config, {scale, CompressionCode::Raw}, frame);
             EXPECT_EQ(raw.payload.size(), width / scale * height / scale * c.bitsPerPixel / 8);
             if (c.format == PixelFormat::Mono) {  // the first output sample is the mean of its block
                 const uint32_t rows = scale == 16 ? 8 : scale, step = scale == 16 ? 2 : 1;
@@ -115,8 +69,7 @@ TEST_F(Chains, MonoAndPlanarYuvAreBinnedAndEncodedWithTheirOwnSubsampling) {
                     for (uint32_t x = 0; x < scale; ++x) sum += frame[y * step * width + x];
                 EXPECT_EQ(raw.payload[0], (sum + rows * scale / 2) / (rows * scale));
             }
-            const Delivery jpeg = Run(MakeConfig(c.format, width, height, 8, c.bitsPerPixel), {scale}, frame);
-            const JpegHeader header = ReadJpeg(jpeg.payload);
+            const JpegInfo header = ReadJpegHeader(RunOneFrame(config, {scale}, frame).payload);
             EXPECT_EQ(header.width, int(width / scale));
             EXPECT_EQ(header.height, int(height / scale));
             EXPECT_EQ(header.subsampling, c.subsampling);
@@ -129,16 +82,17 @@ TEST_F(Chains, PackedYuvBecomesPlanar) {
     for (const uint32_t format : {uint32_t(PixelFormat::UYVY), uint32_t(PixelFormat::YUYV)}) {
         SCOPED_TRACE(format);
         const auto frame = MakeFrame(width * height * 2, format);
-        const Delivery planar = Run(MakeConfig(format, width, height, 8, 16), {1, CompressionCode::Raw}, frame);
+        const StreamConfig config = MakeConfig(format, width, height, 8, 16);
+        const Delivery planar = RunOneFrame(config, {1, CompressionCode::Raw}, frame);
         ASSERT_EQ(planar.payload.size(), width * height * 2);
         const size_t y0 = format == PixelFormat::UYVY ? 1 : 0, u0 = format == PixelFormat::UYVY ? 0 : 1;
         EXPECT_EQ(planar.payload[0], frame[y0]);
         EXPECT_EQ(planar.payload[1], frame[y0 + 2]);
         EXPECT_EQ(planar.payload[width * height], frame[u0]);
         EXPECT_EQ(planar.payload[width * height * 3 / 2], frame[u0 + 2]);
-        EXPECT_EQ(ReadJpeg(Run(MakeConfig(format, width, height, 8, 16), {1}, frame).payload).subsampling, TJSAMP_422);
+        EXPECT_EQ(ReadJpegHeader(RunOneFrame(config, {1}, frame).payload).subsampling, TJSAMP_422);
         for (const uint32_t scale : {2u, 4u}) {
-            const JpegHeader header = ReadJpeg(Run(MakeConfig(format, width, height, 8, 16), {scale}, frame).payload);
+            const JpegInfo header = ReadJpegHeader(RunOneFrame(config, {scale}, frame).payload);
             EXPECT_EQ(header.width, int(width / scale));
             EXPECT_EQ(header.subsampling, TJSAMP_444);
         }
@@ -155,9 +109,54 @@ TEST_F(Chains, TenBitPackedYuvIsReadAtHalfAndQuarterSize) {
         for (int b = 0; b < 4; ++b) frame[word * 4 + b] = uint8_t(bits >> (8 * b));
     }
     for (const uint32_t scale : {2u, 4u}) {
-        const Delivery out = Run(MakeConfig(PixelFormat::UYVY, width, height, 10, 32), {scale, CompressionCode::Raw}, frame);
+        const Delivery out =
+            RunOneFrame(MakeConfig(PixelFormat::UYVY, width, height, 10, 32), {scale, CompressionCode::Raw}, frame);
         ASSERT_EQ(out.payload.size(), width / scale * height / scale * 3);
         for (const uint8_t v : out.payload) ASSERT_EQ(v, 100);
+    }
+}
+
+// Each demosaicking choice at every scale it takes delivers, raw, exactly what its stage fed directly makes (the
+// stages' own tests pin their pictures) and, as JPEG, an image of the scaled size. With keepHighBpp the stage
+// reads the sensor's samples itself: densely packed 10- and 12-bit data gives what the words give.
+TEST_F(Chains, BayerFramesReachTheHostAsTheirDemosaickingStageMakesThem) {
+    const uint32_t width = 64, height = 32, format = PixelFormat::BayerGRBG;
+    const struct {
+        uint32_t demosaic, selector;
+        std::vector<uint32_t> scales;
+    } choices[] = {{0, 0, {1, 2, 4, 8, 16}}, {1, 1, {1, 2, 4, 8, 16}}, {3, 4, {1}}};
+    std::mt19937 random(12);
+    for (const auto& choice : choices) {
+        for (const int depth : {8, 10, 12}) {
+            if (depth > 8 && choice.demosaic == 0) continue;  // the fast stage keeps no deep data
+            std::vector<uint16_t> samples(width * height);
+            for (auto& sample : samples) sample = uint16_t(random() & ((1u << depth) - 1));
+            const Bytes words = PackSamples(samples, depth > 8 ? 16 : 8);
+            for (const uint32_t scale : choice.scales) {
+                if (depth > 8 && scale > 1) continue;
+                SCOPED_TRACE(testing::Message() << "demosaic " << choice.demosaic << " depth " << depth << " scale "
+                                                << scale);
+                const ImageFormat in{format, depth, depth > 8 ? 16u : 8u};
+                const bool rgbx = choice.selector != 0 || scale > 1;
+                const ImageFormat out{rgbx ? PixelFormat::RGBX : PixelFormat::RGB, 8, rgbx ? 32u : 24u};
+                std::unique_ptr<ImageProcessing> stage(
+                    NewDeBayer(width, height, &in, &out, scale, choice.selector, nullptr));
+                ASSERT_NE(stage, nullptr);
+                const StreamConfig config = MakeConfig(format, width, height, depth, in.bitsPerPixel);
+                const ParameterChoice raw{scale, CompressionCode::Raw, 0.75f, choice.demosaic, uint8_t(depth > 8)};
+                const Delivery delivered = RunOneFrame(config, raw, words);
+                EXPECT_EQ(delivered.header.frameWidth, width / scale);
+                EXPECT_EQ(delivered.payload, RunStage(*stage, words));
+                if (depth > 8)
+                    EXPECT_EQ(RunOneFrame(MakeConfig(format, width, height, depth, uint32_t(depth)), raw,
+                                          PackSamples(samples, depth)).payload, delivered.payload);
+                ParameterChoice jpeg = raw;
+                jpeg.compression = CompressionCode::Jpeg;
+                const JpegInfo header = ReadJpegHeader(RunOneFrame(config, jpeg, words).payload);
+                EXPECT_EQ(header.width, int(width / scale));
+                EXPECT_EQ(header.height, int(height / scale));
+            }
+        }
     }
 }
 

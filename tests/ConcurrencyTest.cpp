@@ -5,47 +5,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <thread>
 
 namespace {
-
-// Lent buffers wait here until a returner thread gives them back.
-class ReturnQueue {
-public:
-    void Push(const OutputFrame& frame) {
-        {
-            std::lock_guard<std::mutex> guard(mutex);
-            frames.push_back(frame);
-        }
-        ready.notify_one();
-    }
-    bool Pop(OutputFrame& frame) {
-        std::unique_lock<std::mutex> lock(mutex);
-        ready.wait(lock, [&] { return !frames.empty() || closed; });
-        if (frames.empty()) return false;
-        frame = frames.front();
-        frames.pop_front();
-        return true;
-    }
-    void Close() {
-        {
-            std::lock_guard<std::mutex> guard(mutex);
-            closed = true;
-        }
-        ready.notify_all();
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable ready;
-    std::deque<OutputFrame> frames;
-    bool closed = false;
-};
 
 constexpr int streamCount = 4;
 constexpr int framesPerStream = 1500;

@@ -20,13 +20,12 @@ namespace {
 
 using StreamPtr = std::unique_ptr<Stream, FrameFeedStreamDeleter>;
 
-class ContractGuards : public ::testing::Test {
+class ContractGuards : public StreamTest {
 protected:
     void SetUp() override {
-        LogCapture::Install();
-        HostRecorder::Reset(false);
+        StreamTest::SetUp();
+        HostRecorder::Reset(false);  // no payloads: the frames are many
     }
-    void TearDown() override { HostRecorder::ReturnAll(HostRecorder::Take()); }
 
     // Init's result and its log.
     std::pair<bool, std::vector<std::string>> TryInit(const StreamConfig& config, const ParameterChoice& choice) {

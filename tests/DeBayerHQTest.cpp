@@ -8,13 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <vector>
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 // Planes of one byte or one word per sample, filled by the test; Interpolate records what it was given.
 class FakeAlgorithm : public DeBayerHQ {
@@ -55,10 +52,7 @@ std::unique_ptr<FakeAlgorithm> MakeFake(uint32_t width, uint32_t height, ImageFo
     return stage;
 }
 
-class DeBayerHQTest : public ::testing::Test {
-protected:
-    void SetUp() override { LogCapture::Install(); }
-};
+class DeBayerHQTest : public StageTest {};
 
 TEST_F(DeBayerHQTest, RefusesInTheOrderOfItsChecks) {
     const ImageFormat bayer8{PixelFormat::BayerRGGB, 8, 8}, rgbx{PixelFormat::RGBX, 8, 32};
@@ -119,8 +113,7 @@ TEST_F(DeBayerHQTest, EightBitPlanesInterleaveWithOpaquePadding) {
         const uint32_t planeStep = stage->rowBytes / scale;
         for (int p = 0; p < 3; ++p)
             for (size_t i = 0; i < stage->planes[p].size(); ++i) stage->planes[p][i] = uint8_t(i * 7 + p * 50);
-        Bytes out(stage->OutputSize(), 0x11);
-        EXPECT_EQ(stage->Process(Bytes(width * height).data(), out.data(), nullptr), stage->OutputSize());
+        const Bytes out = RunStage(*stage, Bytes(width * height));
         for (uint32_t y = 0; y < height / scale; ++y)
             for (uint32_t x = 0; x < width / scale; ++x) {
                 const size_t o = (size_t(y) * width / scale + x) * 4, at = size_t(y) * planeStep + x;
@@ -134,34 +127,22 @@ TEST_F(DeBayerHQTest, EightBitPlanesInterleaveWithOpaquePadding) {
 }
 
 TEST_F(DeBayerHQTest, DeepPlanesInterleaveAsWordsOrTenBitTriples) {
-    const uint32_t width = 32, height = 4;
-    const auto word = [](uint32_t plane, uint32_t i) { return uint16_t(0x1234 * (plane + 1) + 977 * i); };
+    const uint32_t width = 32, height = 4, count = width * height;
+    std::vector<uint16_t> planes[3], interleaved;
+    for (uint32_t p = 0; p < 3; ++p)
+        for (uint32_t i = 0; i < count; ++i) planes[p].push_back(uint16_t(0x1234 * (p + 1) + 977 * i));
+    Bytes tenBit;
+    for (uint32_t i = 0; i < count; ++i) {
+        interleaved.insert(interleaved.end(), {planes[0][i], planes[1][i], planes[2][i], 0});
+        const uint32_t triple = (planes[0][i] & 0x3FF) | (planes[1][i] & 0x3FF) << 10 | (planes[2][i] & 0x3FF) << 20;
+        for (int b = 0; b < 4; ++b) tenBit.push_back(uint8_t(triple >> (8 * b)));
+    }
     for (const ImageFormat out : {ImageFormat{PixelFormat::RGBX, 10, 32}, ImageFormat{PixelFormat::RGBX, 12, 64}}) {
         auto stage = MakeFake(width, height, {PixelFormat::BayerGRBG, 12, 16}, out);
         ASSERT_NE(stage, nullptr);
         stage->rowBytes = 2 * width;
-        for (uint32_t p = 0; p < 3; ++p)
-            for (uint32_t i = 0; i < width * height; ++i) {
-                const uint16_t w = word(p, i);
-                std::memcpy(&stage->planes[p][2 * i], &w, 2);
-            }
-        Bytes result(stage->OutputSize());
-        stage->Process(Bytes(2 * width * height).data(), result.data(), nullptr);
-        for (uint32_t i = 0; i < width * height; ++i) {
-            if (out.bitsPerPixel == 32) {
-                uint32_t packed;
-                std::memcpy(&packed, &result[4 * i], 4);
-                const uint32_t want = (word(0, i) & 0x3FF) | (word(1, i) & 0x3FF) << 10 | (word(2, i) & 0x3FF) << 20;
-                ASSERT_EQ(packed, want) << i;
-            } else {
-                uint16_t words[4];
-                std::memcpy(words, &result[8 * i], 8);
-                ASSERT_EQ(words[0], word(0, i));
-                ASSERT_EQ(words[1], word(1, i));
-                ASSERT_EQ(words[2], word(2, i));
-                ASSERT_EQ(words[3], 0);
-            }
-        }
+        for (int p = 0; p < 3; ++p) stage->planes[p] = PackSamples(planes[p], 16);
+        EXPECT_EQ(RunStage(*stage, Bytes(2 * count)), out.bitDepth == 10 ? tenBit : PackSamples(interleaved, 16));
     }
     EXPECT_TRUE(LogCapture::Take().empty());
 }
@@ -176,9 +157,7 @@ TEST_F(DeBayerHQTest, FailedFramesLeaveTheOutputUnwritten) {
         ASSERT_NE(stage, nullptr);
         stage->interpolates = failure != 0;
         stage->givesPlanes = failure != 1;
-        Bytes result(stage->OutputSize(), 0x5C);
-        EXPECT_EQ(stage->Process(Bytes(width * height).data(), result.data(), nullptr), stage->OutputSize());
-        EXPECT_EQ(result, Bytes(result.size(), 0x5C));
+        EXPECT_EQ(RunStage(*stage, Bytes(width * height)), Bytes(stage->OutputSize(), 0xA5));
         EXPECT_EQ(LogCapture::Take(), (std::vector<LoggedMessage>{{3, "Debayer failed"}})) << failure;
     }
 }
@@ -190,29 +169,14 @@ TEST_F(DeBayerHQTest, PackedDeepInputIsUnpackedIntoWords) {
     for (const int depth : {10, 12}) {
         std::vector<uint16_t> samples(count);
         for (uint32_t i = 0; i < count; ++i) samples[i] = uint16_t((i * 2654435761u >> 7) & ((1u << depth) - 1));
-        Bytes packed;
-        if (depth == 10) {
-            for (uint32_t i = 0; i < count; i += 4) {
-                uint64_t bits = 0;
-                for (int k = 0; k < 4; ++k) bits |= uint64_t(samples[i + k]) << (10 * k);
-                for (int b = 0; b < 5; ++b) packed.push_back(uint8_t(bits >> (8 * b)));
-            }
-        } else {
-            for (uint32_t i = 0; i < count; i += 2) {
-                const uint32_t bits = samples[i] | uint32_t(samples[i + 1]) << 12;
-                for (int b = 0; b < 3; ++b) packed.push_back(uint8_t(bits >> (8 * b)));
-            }
-        }
-        Bytes words(2 * count);
-        std::memcpy(words.data(), samples.data(), words.size());
+        const Bytes packed = PackSamples(samples, depth), words = PackSamples(samples, 16);
         const ImageFormat out{PixelFormat::RGBX, 8, 32};
         auto fromPacked = MakeFake(width, height, {PixelFormat::BayerBGGR, depth, uint32_t(depth)}, out);
         auto fromWords = MakeFake(width, height, {PixelFormat::BayerBGGR, depth, 16}, out);
         ASSERT_NE(fromPacked, nullptr);
         ASSERT_NE(fromWords, nullptr);
-        Bytes result(fromPacked->OutputSize());
-        fromPacked->Process(packed.data(), result.data(), nullptr);
-        fromWords->Process(words.data(), result.data(), nullptr);
+        RunStage(*fromPacked, packed);
+        RunStage(*fromWords, words);
         EXPECT_EQ(fromPacked->seenStride, int32_t(2 * width));
         EXPECT_EQ(fromWords->seenStride, int32_t(2 * width));
         EXPECT_EQ(fromPacked->seen, words) << depth;
@@ -228,8 +192,7 @@ TEST_F(DeBayerHQTest, PaddingDiffersFromTheFastStage) {
     for (const uint32_t selector : {0u, 1u}) {
         std::unique_ptr<ImageProcessing> stage(NewDeBayer(width, height, &in, &out, 2, selector, nullptr));
         ASSERT_NE(stage, nullptr);
-        Bytes result(stage->OutputSize());
-        stage->Process(mosaic.data(), result.data(), nullptr);
+        const Bytes result = RunStage(*stage, mosaic);
         for (size_t i = 3; i < result.size(); i += 4) ASSERT_EQ(result[i], selector == 0 ? 0x00 : 0xFF) << selector;
     }
 }

@@ -1,5 +1,5 @@
 // The fast demosaicking stage: the block rule at every scale and phase, its rounding, the rows it may not read,
-// its refusals, the AVX2 form against the scalar twin, and Bayer streams end to end.
+// its refusals, and the AVX2 form against the scalar twin.
 #include "TestSupport.h"
 
 #include "demosaic/NewDeBayer.h"
@@ -7,7 +7,6 @@
 #include "primitives/Px.h"
 
 #include <gtest/gtest.h>
-#include <turbojpeg.h>
 
 #include <functional>
 #include <memory>
@@ -15,7 +14,6 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Stage = std::unique_ptr<ImageProcessing>;
 
 const uint32_t bayerFormats[] = {PixelFormat::BayerRGGB, PixelFormat::BayerGRBG, PixelFormat::BayerBGGR,
@@ -26,20 +24,6 @@ Stage MakeDeBayerLQ(uint32_t width, uint32_t height, uint32_t format, uint32_t s
     const ImageFormat in{format, 8, 8};
     const ImageFormat out = scale == 1 ? ImageFormat{PixelFormat::RGB, 8, 24} : ImageFormat{PixelFormat::RGBX, 8, 32};
     return Stage(NewDeBayer(width, height, &in, &out, scale, 0, nullptr));
-}
-
-// One frame into an OutputSize buffer that starts out as 0xA5 bytes.
-Bytes Demosaic(ImageProcessing& stage, const Bytes& mosaic) {
-    Bytes out(stage.OutputSize(), 0xA5);
-    EXPECT_EQ(stage.Process(mosaic.data(), out.data(), nullptr), stage.OutputSize());
-    return out;
-}
-
-Bytes RandomMosaic(uint32_t width, uint32_t height, uint32_t seed) {
-    std::mt19937 random(seed);
-    Bytes mosaic(size_t(width) * height);
-    for (uint8_t& sample : mosaic) sample = static_cast<uint8_t>(random());
-    return mosaic;
 }
 
 Bytes Interpolated(const Bytes& mosaic, uint32_t width, uint32_t height, int32_t grid) {
@@ -82,28 +66,18 @@ Bytes BlockRule(const Bytes& mosaic, uint32_t width, uint32_t height, uint32_t f
     return out;
 }
 
-class DeBayerLQTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        LogCapture::Install();
-        PxForceProcessorLevel(-1);
-        naturalLevel = PxProcessorLevel();
-    }
-    void TearDown() override { PxForceProcessorLevel(-1); }
-
-    int32_t naturalLevel = 0;
-};
+class DeBayerLQTest : public StageTest {};
 
 TEST_F(DeBayerLQTest, BlocksFollowTheRuleAtEveryScaleInAllFourPhases) {
     const uint32_t width = 80, height = 48;  // two 32-column steps and a 16-column remainder
-    const Bytes mosaic = RandomMosaic(width, height, 7);
+    const Bytes mosaic = RandomBytes(width * height, 7);
     ForEachForm([&] {
         for (uint32_t format : bayerFormats) {
             for (uint32_t s : blockScales) {
                 SCOPED_TRACE(testing::Message() << "format " << format << ", scale " << s);
                 Stage stage = MakeDeBayerLQ(width, height, format, s);
                 ASSERT_NE(stage, nullptr);
-                EXPECT_EQ(Demosaic(*stage, mosaic), BlockRule(mosaic, width, height, format, s));
+                EXPECT_EQ(RunStage(*stage, mosaic), BlockRule(mosaic, width, height, format, s));
             }
         }
     });
@@ -134,8 +108,9 @@ TEST_F(DeBayerLQTest, SiteMeansTruncateAndTheGreenMeanRoundsUp) {
             Bytes mosaic(size_t(width) * height);
             for (uint32_t y = 0; y < height; ++y)
                 for (uint32_t x = 0; x < width; ++x) mosaic[size_t(y) * width + x] = example.tile[y % n][x % n];
-            const Bytes out = Demosaic(*MakeDeBayerLQ(width, height, example.format, example.scale), mosaic);
-            for (size_t i = 0; i < out.size(); i += 4) ASSERT_EQ(Bytes(&out[i], &out[i + 4]), example.pixel) << i;
+            const Bytes out = RunStage(*MakeDeBayerLQ(width, height, example.format, example.scale), mosaic);
+            for (size_t i = 0; i < out.size(); i += 4)
+                ASSERT_EQ(Bytes(out.begin() + i, out.begin() + i + 4), example.pixel) << i;
         }
     });
 }
@@ -149,22 +124,22 @@ TEST_F(DeBayerLQTest, RowsOutsideTheRuleAreNeitherReadNorWritten) {
     };
     ForEachForm([&] {
         // At 16 only rows 0, 1, 4, 5, 8, 9, 12, 13 of a block are read.
-        const Bytes mosaic = RandomMosaic(48, 32, 3);
+        const Bytes mosaic = RandomBytes(48 * 32, 3);
         Stage stage = MakeDeBayerLQ(48, 32, PixelFormat::BayerRGGB, 16);
-        const Bytes original = Demosaic(*stage, mosaic);
-        EXPECT_EQ(Demosaic(*stage, flipRows(mosaic, 48, [](uint32_t y) { return y % 4 >= 2; })), original);
+        const Bytes original = RunStage(*stage, mosaic);
+        EXPECT_EQ(RunStage(*stage, flipRows(mosaic, 48, [](uint32_t y) { return y % 4 >= 2; })), original);
         for (uint32_t row : {0, 1, 4, 5, 8, 9, 12, 13})
-            EXPECT_NE(Demosaic(*stage, flipRows(mosaic, 48, [=](uint32_t y) { return y % 16 == row; })), original)
+            EXPECT_NE(RunStage(*stage, flipRows(mosaic, 48, [=](uint32_t y) { return y % 16 == row; })), original)
                 << "row " << row;
 
         // Height 10 at 4: two output rows; rows 8 and 9 are not read, and OutputSize, which multiplies the height
         // before dividing it, leaves 24 bytes that keep what they held.
-        const Bytes shortMosaic = RandomMosaic(48, 10, 11);
+        const Bytes shortMosaic = RandomBytes(48 * 10, 11);
         stage = MakeDeBayerLQ(48, 10, PixelFormat::BayerBGGR, 4);
         ASSERT_EQ(stage->OutputSize(), 120u);
         const Bytes expected = BlockRule(shortMosaic, 48, 10, PixelFormat::BayerBGGR, 4, Bytes(120, 0xA5));
-        EXPECT_EQ(Demosaic(*stage, shortMosaic), expected);
-        EXPECT_EQ(Demosaic(*stage, flipRows(shortMosaic, 48, [](uint32_t y) { return y >= 8; })), expected);
+        EXPECT_EQ(RunStage(*stage, shortMosaic), expected);
+        EXPECT_EQ(RunStage(*stage, flipRows(shortMosaic, 48, [](uint32_t y) { return y >= 8; })), expected);
     });
 }
 
@@ -196,67 +171,28 @@ TEST_F(DeBayerLQTest, InitRefusesInTheOrderOfItsChecksAndUnknownSelectorsSilentl
 }
 
 TEST_F(DeBayerLQTest, Avx2FormEqualsTheScalarTwinOnRandomFrames) {
-    if (naturalLevel < PxLevelAvx2) GTEST_SKIP() << "no AVX2 on this processor";
+    if (PxProcessorLevel() < PxLevelAvx2) GTEST_SKIP() << "no AVX2 on this processor";
     std::mt19937 random(2024);
     for (uint32_t trial = 0; trial < 200; ++trial) {
         const uint32_t width = 16 * (1 + random() % 24), height = 2 * (1 + random() % 40);
         const uint32_t format = bayerFormats[random() % 4], s = blockScales[random() % 4];
         SCOPED_TRACE(testing::Message() << width << " x " << height << ", format " << format << ", scale " << s);
-        const Bytes mosaic = RandomMosaic(width, height, trial);
+        const Bytes mosaic = RandomBytes(width * height, trial);
         PxForceProcessorLevel(PxLevelSse2);
         Stage twin = MakeDeBayerLQ(width, height, format, s);
         PxForceProcessorLevel(PxLevelAvx2);
         Stage wide = MakeDeBayerLQ(width, height, format, s);
-        ASSERT_EQ(Demosaic(*wide, mosaic), Demosaic(*twin, mosaic));
+        ASSERT_EQ(RunStage(*wide, mosaic), RunStage(*twin, mosaic));
     }
 }
 
 TEST_F(DeBayerLQTest, ScaleOneInterpolatesTheWholeFrameWithTheFormatsGrid) {
-    const Bytes mosaic = RandomMosaic(64, 32, 5);
+    const Bytes mosaic = RandomBytes(64 * 32, 5);
     const int32_t grids[] = {1, 3, 0, 2};  // of BayerRGGB, BayerGRBG, BayerBGGR, BayerGBRG
     for (uint32_t format : bayerFormats)
-        EXPECT_EQ(Demosaic(*MakeDeBayerLQ(64, 32, format, 1), mosaic),
+        EXPECT_EQ(RunStage(*MakeDeBayerLQ(64, 32, format, 1), mosaic),
                   Interpolated(mosaic, 64, 32, grids[format - PixelFormat::BayerRGGB]))
             << "format " << format;
-}
-
-TEST(DeBayerLQStream, BayerFramesReachTheHostAsRgbRgbxAndJpeg) {
-    LogCapture::Install();
-    HostRecorder::Reset();
-    const uint32_t width = 128, height = 64;
-    const Bytes mosaic = RandomMosaic(width, height, 9);
-    auto runOneFrame = [&](const ParameterChoice& choice) {
-        std::unique_ptr<Stream, FrameFeedStreamDeleter> stream(NewStream(&HostRecorder::Callback));
-        const StreamConfig config = MakeConfig(PixelFormat::BayerRGGB, width, height, 8, 8, CompressionCode::Raw);
-        const auto parameters = MakeParameters(choice);
-        EXPECT_TRUE(stream->Init(5, &config, parameters.data(), 0));
-        EXPECT_TRUE(stream->ProcessFrame(mosaic.data(), uint32_t(mosaic.size()), 1, 2));
-        EXPECT_TRUE(LogCapture::Take().empty());
-        const auto deliveries = HostRecorder::Take();
-        HostRecorder::ReturnAll(deliveries);
-        EXPECT_EQ(deliveries.size(), 1u);
-        return deliveries.empty() ? Delivery{} : deliveries[0];
-    };
-
-    const Delivery rgb = runOneFrame(ParameterChoice{1, CompressionCode::Raw});
-    EXPECT_EQ(rgb.header.payloadSize, width * height * 3);
-    EXPECT_EQ(rgb.payload, Interpolated(mosaic, width, height, PxGridRGGB));
-
-    const Delivery rgbx = runOneFrame(ParameterChoice{2, CompressionCode::Raw});
-    EXPECT_EQ(rgbx.header.payloadSize, width / 2 * height / 2 * 4);
-    EXPECT_EQ(rgbx.header.frameWidth, width / 2);
-    EXPECT_EQ(rgbx.payload, BlockRule(mosaic, width, height, PixelFormat::BayerRGGB, 2));
-
-    const Delivery jpeg = runOneFrame(ParameterChoice{4, CompressionCode::Jpeg});
-    tjhandle decoder = tjInitDecompress();
-    int w = 0, h = 0, subsampling = -1, colourspace = -1;
-    EXPECT_EQ(tjDecompressHeader3(decoder, jpeg.payload.data(), jpeg.payload.size(), &w, &h, &subsampling,
-                                  &colourspace), 0);
-    Bytes pixels(size_t(w) * h * 3);
-    EXPECT_EQ(tjDecompress2(decoder, jpeg.payload.data(), jpeg.payload.size(), pixels.data(), w, 0, h, TJPF_RGB, 0), 0);
-    tjDestroy(decoder);
-    EXPECT_EQ(w, int(width / 4));
-    EXPECT_EQ(h, int(height / 4));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <cstdlib>
 #include <ostream>
@@ -49,41 +50,25 @@ struct PictureSet {
     std::string failure;     // set when an image exists but cannot be used
 };
 
-// libpng reports errors by longjmp, so the jump stays in a frame with no objects to destroy.
-bool ReadPngRows(FILE* file, png_structp png, png_infop info) {
-    if (setjmp(png_jmpbuf(png))) return false;
-    png_init_io(png, file);
-    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-    return true;
-}
-
-// An 8-bit RGB PNG as it is stored: no gamma or colour conversion, which would change the reference.
+// An 8-bit RGB PNG as it is stored: the Kodak files carry no gamma or colour chunks, so libpng converts nothing.
 std::string ReadPicture(const std::string& path, Picture& picture) {
-    FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) return "cannot open " + path;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    std::string error;
-    if (info == nullptr) {
-        error = "libpng could not start on " + path;
-    } else if (!ReadPngRows(file, png, info)) {
-        error = "libpng could not read " + path;
-    } else if (png_get_bit_depth(png, info) != 8 || png_get_color_type(png, info) != PNG_COLOR_TYPE_RGB) {
-        error = path + " is not 8-bit RGB";
-    } else {
-        // Stages take widths that are multiples of 16 and even heights: the image is cut at its right and bottom
-        // edges, which keeps the Bayer phase of every site.
-        const uint32_t fullWidth = png_get_image_width(png, info);
-        picture.width = fullWidth / 16 * 16;
-        picture.height = png_get_image_height(png, info) / 2 * 2;
-        picture.rgb.resize(size_t(picture.width) * picture.height * 3);
-        png_bytepp rows = png_get_rows(png, info);
-        for (uint32_t y = 0; y < picture.height; ++y)
-            std::copy(rows[y], rows[y] + picture.width * 3, picture.rgb.begin() + size_t(y) * picture.width * 3);
+    png_image png{};
+    png.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&png, path.c_str())) return "libpng could not read " + path;
+    if (png.format != PNG_FORMAT_RGB) {
+        png_image_free(&png);
+        return path + " is not 8-bit RGB";
     }
-    png_destroy_read_struct(&png, info ? &info : nullptr, nullptr);
-    std::fclose(file);
-    return error;
+    std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(png));
+    if (!png_image_finish_read(&png, nullptr, rgb.data(), 0, nullptr)) return "libpng could not read " + path;
+    // Stages take widths that are multiples of 16 and even heights: the image is cut at its right and bottom
+    // edges, which keeps the Bayer phase of every site.
+    picture.width = png.width / 16 * 16;
+    picture.height = png.height / 2 * 2;
+    picture.rgb.resize(size_t(picture.width) * picture.height * 3);
+    for (uint32_t y = 0; y < picture.height; ++y)
+        std::copy_n(&rgb[size_t(y) * png.width * 3], picture.width * 3, &picture.rgb[size_t(y) * picture.width * 3]);
+    return "";
 }
 
 // FRAMEFEED_QUALITY_IMAGES below 24 takes only the first images, for the sanitizer runs: the forms are still
@@ -120,21 +105,12 @@ const PictureSet& KodakPictures() {
     return set;
 }
 
-// The site's channel (0 red, 1 green, 2 blue); row 0 of the four orders begins R G, G R, B G and G B.
-int ChannelAt(uint32_t format, uint32_t x, uint32_t y) {
-    const uint32_t redX = format == PixelFormat::BayerGRBG || format == PixelFormat::BayerBGGR;
-    const uint32_t redY = format == PixelFormat::BayerBGGR || format == PixelFormat::BayerGBRG;
-    const bool onRedColumn = (x & 1) == redX;
-    const bool onRedRow = (y & 1) == redY;
-    return onRedColumn && onRedRow ? 0 : !onRedColumn && !onRedRow ? 2 : 1;
-}
-
 void Mosaic(const Picture& picture, uint32_t format, std::vector<uint8_t>& mosaic) {
     mosaic.resize(size_t(picture.width) * picture.height);
     for (uint32_t y = 0; y < picture.height; ++y)
         for (uint32_t x = 0; x < picture.width; ++x)
             mosaic[size_t(y) * picture.width + x] =
-                picture.rgb[(size_t(y) * picture.width + x) * 3 + ChannelAt(format, x, y)];
+                picture.rgb[(size_t(y) * picture.width + x) * 3 + BayerSiteColour(format, x, y)];
 }
 
 // PSNR over R, G and B together, peak 255, without the border.
@@ -189,9 +165,7 @@ void MeasureCpsnr(const Stage& stage, std::vector<double>& figures) {
 }
 
 double Mean(const std::vector<double>& figures) {
-    double sum = 0;
-    for (const double figure : figures) sum += figure;
-    return sum / double(figures.size());
+    return std::accumulate(figures.begin(), figures.end(), 0.0) / double(figures.size());
 }
 
 // Restores the processor's own level however the test ends.

@@ -15,14 +15,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class FrameFlow : public ::testing::Test {
+class FrameFlow : public StreamTest {
 protected:
-    void SetUp() override {
-        LogCapture::Install();
-        HostRecorder::Reset();
-    }
-    void TearDown() override { HostRecorder::ReturnAll(HostRecorder::Take()); }
-
     std::unique_ptr<FrameFeed> MakeStream(const StreamConfig& config, const ParameterChoice& choice, uint32_t flags,
                                           OutputCallback callback = &HostRecorder::Callback) {
         auto stream = std::make_unique<FrameFeed>(callback);
@@ -90,68 +84,46 @@ TEST_F(FrameFlow, AStreamWithoutAChainDeliversAnEmptyPayload) {
     EXPECT_EQ(deliveries[0].frame.freeList, nullptr);
 }
 
-TEST_F(FrameFlow, OneBufferDropsTheNextFrameUntilItComesHome) {
-    auto stream = MakeStream(mono, ParameterChoice{}, StreamFlags::SingleBuffer);
-    ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, 1, 0));
-    EXPECT_FALSE(stream->ProcessFrame(frame.data(), 0, 2, 0));
-    EXPECT_TRUE(LogCapture::Take().empty()) << "a drop is silent";
-    auto first = HostRecorder::Take();
-    ASSERT_EQ(first.size(), 1u) << "no callback for the dropped frame";
-    ASSERT_NE(first[0].frame.freeList, nullptr);
-    EXPECT_EQ(uint64_t(first[0].header.tagA), 1u);
-
-    HostRecorder::ReturnAll(first);
-    ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, 3, 0));
-    const auto second = HostRecorder::Take();
-    ASSERT_EQ(second.size(), 1u);
-    EXPECT_EQ(second[0].frame.data, first[0].frame.data) << "the same buffer circulates";
-    EXPECT_EQ(second[0].frame.header, first[0].frame.header);
-    EXPECT_EQ(uint64_t(second[0].header.tagA), 3u);
-    HostRecorder::ReturnAll(second);
-}
-
-TEST_F(FrameFlow, OneBufferInWaitModeBlocksUntilAnotherThreadReturnsIt) {
-    auto stream = MakeStream(mono, ParameterChoice{}, StreamFlags::SingleBuffer | StreamFlags::WaitWhenBusy);
-    ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, 1, 0));
-    const auto first = HostRecorder::Take();
-    ASSERT_EQ(first.size(), 1u);
-    std::atomic<bool> returned{false};
-    std::thread host(ReturnLater, first[0], 50ms, std::ref(returned));
-    EXPECT_TRUE(stream->ProcessFrame(frame.data(), 0, 2, 0));
-    EXPECT_TRUE(returned) << "the frame waited for the buffer";
-    host.join();
-    const auto second = HostRecorder::Take();
-    EXPECT_EQ(second.size(), 1u);
-    HostRecorder::ReturnAll(second);
-}
-
-TEST_F(FrameFlow, FourLentBuffersMakeTheFifthFrameADropOrAWait) {
-    for (const bool wait : {false, true}) {
-        SCOPED_TRACE(wait ? "wait" : "drop");
-        auto stream = MakeStream(mono, ParameterChoice{}, wait ? uint32_t(StreamFlags::WaitWhenBusy) : 0u);
-        for (uint64_t tag = 0; tag < 4; ++tag) ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, tag, 0));
-        const auto lent = HostRecorder::Take();
-        ASSERT_EQ(lent.size(), 4u);
-        std::set<void*> buffers;
-        for (const Delivery& d : lent) buffers.insert(d.frame.data);
-        EXPECT_EQ(buffers.size(), 4u) << "four distinct buffers";
-
-        if (!wait) {
-            EXPECT_FALSE(stream->ProcessFrame(frame.data(), 0, 4, 0));
-            HostRecorder::ReturnAll(lent);
-        } else {
+// With every buffer of the pool lent (one with SingleBuffer, else four, each distinct), the next frame is dropped
+// without a callback or a message, or in wait mode waits until another thread gives one back, and takes that one.
+TEST_F(FrameFlow, AFrameWithEveryBufferLentIsDroppedOrWaitsForOne) {
+    for (const uint32_t pool : {1u, 4u})
+        for (const bool wait : {false, true}) {
+            SCOPED_TRACE(testing::Message() << pool << (wait ? " buffers, wait" : " buffers, drop"));
+            const uint32_t flags = (pool == 1 ? uint32_t(StreamFlags::SingleBuffer) : 0u) |
+                                   (wait ? uint32_t(StreamFlags::WaitWhenBusy) : 0u);
+            auto stream = MakeStream(mono, ParameterChoice{}, flags);
+            for (uint64_t tag = 0; tag < pool; ++tag) ASSERT_TRUE(stream->ProcessFrame(frame.data(), 0, tag, 0));
+            const auto lent = HostRecorder::Take();
+            ASSERT_EQ(lent.size(), pool);
+            std::set<void*> buffers;
+            for (const Delivery& d : lent) buffers.insert(d.frame.data);
+            EXPECT_EQ(buffers.size(), pool) << "distinct buffers";
+            const Delivery& comesHome = lent[pool / 2];
             std::atomic<bool> returned{false};
-            std::thread host(ReturnLater, lent[2], 30ms, std::ref(returned));
-            EXPECT_TRUE(stream->ProcessFrame(frame.data(), 0, 4, 0));
-            EXPECT_TRUE(returned);
-            host.join();
-            const auto fifth = HostRecorder::Take();
-            ASSERT_EQ(fifth.size(), 1u);
-            EXPECT_EQ(fifth[0].frame.data, lent[2].frame.data) << "the one buffer that came home";
-            HostRecorder::ReturnAll({lent[0], lent[1], lent[3]});
-            HostRecorder::ReturnAll(fifth);
+            std::thread host;
+            if (wait) {
+                host = std::thread(ReturnLater, comesHome, 40ms, std::ref(returned));
+            } else {
+                EXPECT_FALSE(stream->ProcessFrame(frame.data(), 0, pool, 0));
+                EXPECT_TRUE(HostRecorder::Take().empty()) << "no callback for the dropped frame";
+                EXPECT_TRUE(LogCapture::Take().empty()) << "a drop is silent";
+                FrameFeedReturnBuffer(comesHome.frame);
+            }
+            EXPECT_TRUE(stream->ProcessFrame(frame.data(), 0, pool + 1, 0));
+            if (wait) {
+                EXPECT_TRUE(returned) << "the frame waited for the buffer";
+                host.join();
+            }
+            const auto next = HostRecorder::Take();
+            ASSERT_EQ(next.size(), 1u);
+            EXPECT_EQ(next[0].frame.data, comesHome.frame.data) << "the one buffer that came home";
+            EXPECT_EQ(next[0].frame.header, comesHome.frame.header);
+            EXPECT_EQ(uint64_t(next[0].header.tagA), pool + 1);
+            for (const Delivery& d : lent)
+                if (d.frame.data != comesHome.frame.data) FrameFeedReturnBuffer(d.frame);
+            HostRecorder::ReturnAll(next);
         }
-    }
 }
 
 TEST_F(FrameFlow, BuffersCirculateInTheOrderTheyComeHome) {

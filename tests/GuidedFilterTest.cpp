@@ -1,6 +1,7 @@
 // The guided filter: the pair estimate against a direct per-window fit, the cases with a known answer (flat and
 // empty windows, an exact linear relation along the columns, the colour estimate over the whole plane),
 // zeros off the sites, and refusals and failed allocations part-way through.
+#include "TestSupport.h"
 #include "demosaic/GuidedFilter.h"
 #include "platform/Platform.h"
 
@@ -119,15 +120,6 @@ TEST(GuidedFilter, ColourEstimateCoversEveryPixelAndIgnoresTheOtherSites) {
     GuidedFilter filter(7, 7, 0, 1e-9);
     filter.FilterColour(out, raw, green, 0x01000000);
     ExpectNear(out, colour, 1e-4);
-}
-
-bool ThrowsFalse(const std::function<void()>& body) {
-    try {
-        body();
-    } catch (bool value) {
-        return !value;
-    }
-    return false;
 }
 
 TEST(GuidedFilter, ThrowsFalseOnBadOperandsAndReleasesEverythingWhenAnAllocationFails) {

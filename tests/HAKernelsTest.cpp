@@ -1,6 +1,7 @@
 // The Hamilton-Adams plane kernels: the AVX2 forms, run over two row ranges, equal the scalar twins run over the
 // whole frame bit for bit on random planes of every phase, size, scale and depth, and worked values of the load,
 // the twins' tie-breaks, clamps and 16-bit wrap-around.
+#include "TestSupport.h"
 #include "demosaic/HAKernels.h"
 #include "primitives/ProcessorLevel.h"
 
@@ -11,21 +12,7 @@
 
 namespace {
 
-// Three planes in the stage's layout: a ring of two rows and columns, width + 32 elements per row, and slack
-// after the last ring row. Everything, ring and slack included, is filled, and compared.
-struct Planes {
-    Planes(int32_t width, int32_t height, int32_t phase)
-        : width(width), height(height), phase(phase), stride(width + 32),
-          planeElements(size_t(height + 4) * size_t(width + 32) + 32), storage(3 * planeElements) {}
-    uint16_t* Origin(int plane) { return storage.data() + size_t(plane) * planeElements + 2 * stride + 2; }
-    uint16_t& At(int plane, int32_t y, int32_t x) { return Origin(plane)[y * stride + x]; }
-    HAPlanes View() { return HAPlanes{Origin(0), Origin(1), Origin(2), stride, width, height, phase}; }
-
-    int32_t width, height, phase;
-    intptr_t stride;
-    size_t planeElements;
-    std::vector<uint16_t> storage;
-};
+using Planes = HAPlaneStore;
 
 enum Plane { green = 0, evenColour = 1, oddColour = 2 };
 

@@ -1,5 +1,6 @@
 // The growable work images: growth without shrinking, failures thrown as false, and the site operations
 // with their silent no-ops.
+#include "TestSupport.h"
 #include "demosaic/ImageBuffer.h"
 #include "platform/Platform.h"
 
@@ -8,17 +9,6 @@
 #include <cstdint>
 
 namespace {
-
-// Runs `body` and tells whether it threw the boolean false (anything else thrown fails the test).
-template <class Body>
-bool ThrowsFalse(Body body) {
-    try {
-        body();
-    } catch (bool thrown) {
-        return thrown == false;
-    }
-    return false;
-}
 
 void Fill(ImageBuffer32& image, uint32_t w, uint32_t h, float first) {
     image.Resize(w, h);

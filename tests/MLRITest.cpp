@@ -1,13 +1,11 @@
 // Minimised-Laplacian residual interpolation as a stage: parameters and their clamps, the side kernel, flat fields,
-// the sampled sites that must come back unchanged, deep input, failed allocations, and streams through the
-// exported interface.
+// the sampled sites that must come back unchanged, deep input, and failed allocations.
 #include "TestSupport.h"
 #include "demosaic/MLRI.h"
 #include "demosaic/NewDeBayer.h"
 #include "platform/Platform.h"
 
 #include <gtest/gtest.h>
-#include <turbojpeg.h>
 
 #include <cmath>
 #include <memory>
@@ -20,7 +18,6 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Stage = std::unique_ptr<ImageProcessing>;
 
 constexpr uint32_t mlriSelector = 4;
@@ -30,59 +27,22 @@ Stage MakeMLRI(uint32_t width, uint32_t height, ImageFormat in, ImageFormat out 
     return Stage(NewDeBayer(width, height, &in, &out, 1, mlriSelector, nullptr));
 }
 
-Bytes Demosaic(ImageProcessing& stage, const Bytes& mosaic) {
-    Bytes out(stage.OutputSize(), 0xA5);
-    EXPECT_EQ(stage.Process(mosaic.data(), out.data(), nullptr), stage.OutputSize());
-    return out;
-}
-
-// The colour of each site of a Bayer order: 0 red, 1 green, 2 blue.
-int SiteColour(uint32_t format, uint32_t x, uint32_t y) {
-    static const int layouts[4][4] = {{0, 1, 1, 2}, {1, 0, 2, 1}, {2, 1, 1, 0}, {1, 2, 0, 1}};  // RGGB GRBG BGGR GBRG
-    return layouts[format - PixelFormat::BayerRGGB][(y & 1) * 2 + (x & 1)];
-}
-
-// Samples of one per site, as 8-bit bytes or as little-endian words.
-Bytes Pack(const std::vector<uint16_t>& samples, bool words) {
-    if (!words) return Bytes(samples.begin(), samples.end());
-    Bytes bytes(2 * samples.size());
-    for (size_t i = 0; i < samples.size(); ++i) {
-        bytes[2 * i] = uint8_t(samples[i]);
-        bytes[2 * i + 1] = uint8_t(samples[i] >> 8);
-    }
-    return bytes;
-}
-
-std::vector<uint16_t> FlatMosaic(uint32_t format, uint32_t width, uint32_t height, const uint16_t rgb[3]) {
-    std::vector<uint16_t> mosaic(width * height);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x) mosaic[y * width + x] = rgb[SiteColour(format, x, y)];
-    return mosaic;
-}
-
 // A scene with smooth shading, hard edges of a strong red and noise, mosaicked in the given order: not flat and
 // not linear anywhere, so every window's fit has an error of its own. The red blocks switch between almost 0
 // and 250 next to a bright green, which drives fits below 0 at their edges.
 Bytes Scene(uint32_t format, uint32_t width, uint32_t height, uint32_t seed) {
     std::mt19937 random(seed);
-    Bytes mosaic(width * height);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x) {
-            const int noise = int(random() % 9);
-            const int red = ((x / 6 + y / 10) & 1) ? 240 + noise : 1 + noise;
-            const int green = 150 + int(60 * std::sin(x * 0.21 + y * 0.09)) + noise;
-            const int blue = 40 + int(x + 2 * y) % 90 + noise;
-            const int rgb[3] = {red, green, blue};
-            mosaic[y * width + x] = uint8_t(rgb[SiteColour(format, x, y)]);
-        }
-    return mosaic;
+    return PackSamples(BayerMosaic(format, width, height, [&](uint32_t x, uint32_t y, int c) {
+                           const int noise = int(random() % 9);
+                           const int rgb[3] = {((x / 6 + y / 10) & 1) ? 240 + noise : 1 + noise,
+                                               150 + int(60 * std::sin(x * 0.21 + y * 0.09)) + noise,
+                                               40 + int(x + 2 * y) % 90 + noise};
+                           return uint32_t(rgb[c]);
+                       }),
+                       8);
 }
 
-class MLRITest : public ::testing::Test {
-protected:
-    void SetUp() override { LogCapture::Install(); }
-    void TearDown() override { platform::FailAllocationAfter(0); }
-};
+class MLRITest : public StageTest {};
 
 TEST_F(MLRITest, ParametersClampAndWindowsStayFixed) {
     const ImageFormat in{PixelFormat::BayerRGGB, 8, 8};
@@ -145,7 +105,9 @@ TEST_F(MLRITest, FlatFieldsStayFlatAndDeepInputSaturates) {
             SCOPED_TRACE(testing::Message() << "depth " << c.depth << ", format " << format);
             Stage stage = MakeMLRI(width, height, {format, c.depth, c.depth > 8 ? 16u : 8u});
             ASSERT_NE(stage, nullptr);
-            const Bytes out = Demosaic(*stage, Pack(FlatMosaic(format, width, height, c.rgb), c.depth > 8));
+            const auto flat = [&](uint32_t, uint32_t, int k) { return uint32_t(c.rgb[k]); };
+            const Bytes mosaic = PackSamples(BayerMosaic(format, width, height, flat), c.depth > 8 ? 16 : 8);
+            const Bytes out = RunStage(*stage, mosaic);
             const uint8_t pixel[4] = {c.expected[0], c.expected[1], c.expected[2], 0xFF};
             for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], pixel[i % 4]) << "pixel " << i / 4;
         }
@@ -163,11 +125,11 @@ TEST_F(MLRITest, SampledSitesComeBackUnchanged) {
         const Bytes mosaic = Scene(format, width, height, format);
         Stage stage = MakeMLRI(width, height, {format, 8, 8});
         ASSERT_NE(stage, nullptr);
-        const Bytes out = Demosaic(*stage, mosaic);
+        const Bytes out = RunStage(*stage, mosaic);
         int colourMismatches = 0, greenMismatches = 0;
         for (uint32_t y = 0; y < height; ++y)
             for (uint32_t x = 0; x < width; ++x) {
-                const int colour = SiteColour(format, x, y);
+                const int colour = BayerSiteColour(format, x, y);
                 const uint8_t sample = mosaic[y * width + x], result = out[4 * (y * width + x) + colour];
                 if (colour == 1) {
                     greenMismatches += result != sample;
@@ -204,92 +166,8 @@ TEST_F(MLRITest, FailedAllocationsFailTheFrameOnly) {
     const Bytes mosaic = Scene(PixelFormat::BayerBGGR, width, height, 3);
     Stage stage = MakeMLRI(width, height, in);
     ASSERT_NE(stage, nullptr);
-    const Bytes reference = Demosaic(*stage, mosaic);  // also grows the work memory that stays with the stage
-    // One frame with the failing-th allocation failing; true when it failed as a frame should. Nothing of the
-    // test's own stays on the heap when it returns.
-    bool finished = false;
-    const auto failingFrame = [&](uint32_t failing) {
-        platform::FailAllocationAfter(failing);
-        const Bytes out = Demosaic(*stage, mosaic);
-        platform::FailAllocationAfter(0);
-        const auto messages = LogCapture::Take();
-        finished = messages.empty();
-        if (finished) return out == reference;
-        return messages == std::vector<LoggedMessage>{{3, "Debayer failed"}} && out == Bytes(out.size(), 0xA5);
-    };
-    const size_t heapBefore = HeapInUse();
-    uint32_t failing = 1;
-    for (; !finished; ++failing) {
-        ASSERT_LT(failing, 1000u) << "a frame that never finishes allocating";
-        EXPECT_TRUE(failingFrame(failing)) << failing;
-        EXPECT_EQ(HeapInUse(), heapBefore) << failing;
-    }
-    EXPECT_GT(failing, 50u);  // ten fits of nine local images each, and the directional images
-    EXPECT_EQ(Demosaic(*stage, mosaic), reference);
-}
-
-// ---- Streams through the exported interface ------------------------------------------------------------
-
-using StreamPtr = std::unique_ptr<Stream, FrameFeedStreamDeleter>;
-constexpr uint32_t mlriDemosaic = 3;
-
-class MLRIStreams : public ::testing::Test {
-protected:
-    void SetUp() override {
-        LogCapture::Install();
-        HostRecorder::Reset();
-    }
-
-    Bytes RunStream(const StreamConfig& config, const ParameterChoice& choice, const Bytes& frame) {
-        StreamPtr stream(NewStream(&HostRecorder::Callback));
-        const auto parameters = MakeParameters(choice);
-        EXPECT_TRUE(stream->Init(3, &config, parameters.data(), 0)) << testing::PrintToString(LogCapture::TakeTexts());
-        EXPECT_TRUE(stream->ProcessFrame(frame.data(), uint32_t(frame.size()), 1, 2));
-        auto deliveries = HostRecorder::Take();
-        HostRecorder::ReturnAll(deliveries);
-        EXPECT_EQ(deliveries.size(), 1u);
-        EXPECT_TRUE(LogCapture::Take().empty());
-        return deliveries.empty() ? Bytes() : deliveries[0].payload;
-    }
-};
-
-int JpegWidth(const Bytes& jpeg) {
-    int width = 0, height = 0, subsampling = 0, colourspace = 0;
-    tjhandle decoder = tjInitDecompress();
-    tjDecompressHeader3(decoder, jpeg.data(), static_cast<unsigned long>(jpeg.size()), &width, &height, &subsampling,
-                        &colourspace);
-    tjDestroy(decoder);
-    return width;
-}
-
-// 8-bit input, and with keepHighBpp packed 12-bit input and words, which the stage reads itself: raw output is
-// what the stage fed directly gives.
-TEST_F(MLRIStreams, EightBitAndDeepBayerRawAndJpeg) {
-    const uint32_t width = 64, height = 32, count = width * height;
-    const Bytes mosaic = Scene(PixelFormat::BayerGRBG, width, height, 12);
-    Stage stage = MakeMLRI(width, height, {PixelFormat::BayerGRBG, 8, 8});
-    ASSERT_NE(stage, nullptr);
-    const StreamConfig config = MakeConfig(PixelFormat::BayerGRBG, width, height, 8, 8);
-    EXPECT_EQ(RunStream(config, {1, CompressionCode::Raw, 0.75f, mlriDemosaic}, mosaic), Demosaic(*stage, mosaic));
-    EXPECT_EQ(JpegWidth(RunStream(config, {1, CompressionCode::Jpeg, 0.75f, mlriDemosaic}, mosaic)), int(width));
-
-    std::vector<uint16_t> samples(count);
-    for (uint32_t i = 0; i < count; ++i) samples[i] = uint16_t(mosaic[i] * 16 + i % 16);
-    const Bytes words = Pack(samples, true);
-    Bytes packed;
-    for (uint32_t i = 0; i < count; i += 2) {
-        const uint32_t bits = samples[i] | uint32_t(samples[i + 1]) << 12;
-        for (int b = 0; b < 3; ++b) packed.push_back(uint8_t(bits >> (8 * b)));
-    }
-    const ParameterChoice raw{1, CompressionCode::Raw, 0.75f, mlriDemosaic, 1};
-    const Bytes fromWords = RunStream(MakeConfig(PixelFormat::BayerGRBG, width, height, 12, 16), raw, words);
-    EXPECT_EQ(RunStream(MakeConfig(PixelFormat::BayerGRBG, width, height, 12, 12), raw, packed), fromWords);
-    Stage deep = MakeMLRI(width, height, {PixelFormat::BayerGRBG, 12, 16});
-    ASSERT_NE(deep, nullptr);
-    EXPECT_EQ(fromWords, Demosaic(*deep, words));
-    const ParameterChoice jpeg{1, CompressionCode::Jpeg, 0.75f, mlriDemosaic, 1};
-    EXPECT_EQ(JpegWidth(RunStream(MakeConfig(PixelFormat::BayerGRBG, width, height, 12, 16), jpeg, words)),
-              int(width));
+    // Ten fits of nine local images each, and the directional images.
+    EXPECT_GT(FailEachAllocationOfAFrame(*stage, mosaic, HeapInUse), 50u);
 }
 
 }  // namespace

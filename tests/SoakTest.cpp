@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <thread>
 #include <vector>
@@ -33,27 +32,7 @@ const SoakCase soakCases[] = {
     {PixelFormat::YUV444P, 8, 24},   {PixelFormat::RGBX, 8, 32},       {PixelFormat::BayerBGGR, 8, 8},
 };
 
-// Lent frames wait here for a returner thread.
-class Returns {
-public:
-    void Push(const OutputFrame& frame) {
-        std::lock_guard<std::mutex> guard(mutex);
-        frames.push_back(frame);
-    }
-    bool Pop(OutputFrame& frame) {
-        std::lock_guard<std::mutex> guard(mutex);
-        if (frames.empty()) return false;
-        frame = frames.back();
-        frames.pop_back();
-        return true;
-    }
-
-private:
-    std::mutex mutex;
-    std::vector<OutputFrame> frames;
-};
-
-Returns pending;
+ReturnQueue pending;
 std::atomic<uint64_t> lent{0}, cameHome{0};
 
 void Lend(OutputFrame* frame) {
@@ -76,26 +55,17 @@ TEST(Soak, RandomStreamsOnSeveralThreadsGiveEveryBufferBackAndFreeEverything) {
     const int streamsPerThread = 3, hostThreads = 3;
     // One round first, so lazily built process-wide state is in place before the heap is measured.
     const size_t heapBefore = HeapInUse();
-    std::atomic<bool> hostsDone{false};
     std::atomic<uint64_t> frames{0};
 
     std::vector<std::thread> returners;
     for (uint32_t r = 0; r < 2; ++r)
-        returners.emplace_back([r, &hostsDone] {
+        returners.emplace_back([r] {
             std::mt19937 random(900 + r);
             OutputFrame frame;
-            while (true) {
-                if (pending.Pop(frame)) {
-                    if (random() % 3 == 0) std::this_thread::sleep_for(std::chrono::microseconds(random() % 200));
-                    FrameFeedReturnBuffer(frame);
-                    ++cameHome;
-                } else if (hostsDone) {
-                    if (!pending.Pop(frame)) break;
-                    FrameFeedReturnBuffer(frame);
-                    ++cameHome;
-                } else {
-                    std::this_thread::yield();
-                }
+            while (pending.Pop(frame)) {
+                if (random() % 3 == 0) std::this_thread::sleep_for(std::chrono::microseconds(random() % 200));
+                FrameFeedReturnBuffer(frame);
+                ++cameHome;
             }
         });
 
@@ -126,7 +96,7 @@ TEST(Soak, RandomStreamsOnSeveralThreadsGiveEveryBufferBackAndFreeEverything) {
             }
         });
     for (auto& host : hosts) host.join();
-    hostsDone = true;
+    pending.Close();
     for (auto& returner : returners) returner.join();
 
     EXPECT_GT(frames.load(), uint64_t(framesPerStream));

@@ -14,6 +14,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -26,9 +31,15 @@ void WriteFile(const std::filesystem::path& path, const std::vector<uint8_t>& by
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
-// Each test starts from the tests' cache file and leaves it as it found it.
+// Each test starts from the tests' cache file and leaves it as it found it. CTest runs these tests side by side
+// with each other and with the other programs, so each process keeps its cache file in a folder of its own.
 class StartupBenchmark : public ::testing::Test {
 protected:
+#ifndef _WIN32
+    static std::string Folder() { return testing::TempDir() + "framefeed-startup-" + std::to_string(getpid()); }
+    static void SetUpTestSuite() { setenv("PROGRAMDATA", Folder().c_str(), 1); }
+    static void TearDownTestSuite() { std::filesystem::remove_all(Folder()); }
+#endif
     void SetUp() override {
         LogCapture::Install();
         path = std::filesystem::u8path(PerfCachePath());

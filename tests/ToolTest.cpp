@@ -122,24 +122,28 @@ std::set<std::string> Listing(const fs::path& folder) {
     return names;
 }
 
+// A cache file of these rates for the tool's own host stamp, in a folder of common application data. Test
+// processes run side by side under CTest: each writes its own copy and renames it into place, so a tool never
+// reads a half-written cache (which would make it measure the machine).
+void WriteCache(const fs::path& programData, const PerfTable& table) {
+    const fs::path server = programData / "Kolvane/Config/Server";
+    fs::create_directories(server);
+    const uint32_t stamp = VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
+    const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, table);
+    const fs::path copy = server / ("FrameFeedPerf.bin." + std::to_string(getpid()));
+    std::ofstream(copy, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    fs::rename(copy, server / "FrameFeedPerf.bin");
+}
+
 class Tool : public testing::Test {
 protected:
-    // One folder of common application data for all tests, holding a cache of made-up rates for the tool's own
-    // host stamp, so no command ever measures the machine.
+    // One folder of common application data for all tests, with a cache of made-up rates, so no command ever
+    // measures the machine.
     static void SetUpTestSuite() {
         const fs::path programData = fs::path(testing::TempDir()) / "framefeed-tool-programdata";
         setenv("PROGRAMDATA", programData.c_str(), 1);
-        fs::create_directories(programData / "Kolvane/Config/Server");
-        const uint32_t stamp =
-            VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
-        const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, MadeUpRates());
-        // Test processes run side by side under CTest: each writes its own copy and renames it into place, so a
-        // tool never reads a half-written cache (which would make it measure the machine).
-        const fs::path serverFolder = programData / "Kolvane/Config/Server";
-        const fs::path copy = serverFolder / ("FrameFeedPerf.bin." + std::to_string(getpid()));
-        std::ofstream(copy, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-        fs::rename(copy, serverFolder / "FrameFeedPerf.bin");
+        WriteCache(programData, MadeUpRates());
     }
 
     void SetUp() override {
@@ -228,12 +232,7 @@ TEST_F(Tool, PreviewReadsARawFrameFile) {
     const uint32_t width = 32, height = 16;
     std::vector<uint16_t> samples(width * height);
     for (size_t i = 0; i < samples.size(); ++i) samples[i] = uint16_t((i * 37 + 5) % 1024);
-    std::vector<uint8_t> bytes(samples.size() * 10 / 8);
-    for (size_t i = 0; i < samples.size(); i += 4) {
-        uint64_t bits = 0;
-        for (size_t k = 0; k < 4; ++k) bits |= uint64_t(samples[i + k]) << (10 * k);
-        for (size_t k = 0; k < 5; ++k) bytes[i / 4 * 5 + k] = uint8_t(bits >> (8 * k));
-    }
+    const Bytes bytes = PackSamples(samples, 10);
     std::ofstream(folder / "frame.raw", std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 
@@ -332,11 +331,7 @@ TEST_F(Tool, BenchShowsTheCachedFiguresCellByCell) {
     PerfTable table{};
     for (size_t i = 0; i < PerfTable::cellCount; ++i) table.cells[i] = i * 1000000 + 500000;
     const fs::path programData = folder / "programdata";
-    fs::create_directories(programData / "Kolvane/Config/Server");
-    const uint32_t stamp = VersionStampOf((fs::path(FRAMEFEED_TOOL_PATH).parent_path() / "ArchiveHost.exe").string());
-    const std::vector<uint8_t> bytes = BenchmarkCacheBytes(stamp, table);
-    std::ofstream(programData / "Kolvane/Config/Server/FrameFeedPerf.bin", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    WriteCache(programData, table);
 
     const Outcome outcome = Run("bench", "PROGRAMDATA='" + programData.string() + "'");
     ASSERT_EQ(outcome.status, 0) << outcome.err;

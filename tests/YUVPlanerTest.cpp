@@ -65,17 +65,7 @@ Bytes Reference(const Bytes& frame, uint32_t width, uint32_t height, uint32_t fo
     return out;
 }
 
-class YUVPlanerTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        LogCapture::Install();
-        PxForceProcessorLevel(-1);
-        naturalLevel = PxProcessorLevel();
-    }
-    void TearDown() override { PxForceProcessorLevel(-1); }
-
-    int32_t naturalLevel = 0;
-};
+class YUVPlanerTest : public StageTest {};
 
 TEST_F(YUVPlanerTest, WorkedBytesGiveTheirSamples) {
     const struct {
