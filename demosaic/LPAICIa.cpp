@@ -10,12 +10,7 @@
 namespace {
 
 constexpr int32_t ring = 2;  // rows above and below, columns left and right, of the mosaic and the site planes
-
-inline uint16_t Limit(float value, float top) {
-    value = value > 0.0f ? value : 0.0f;
-    value = value < top ? value : top;
-    return uint16_t(int32_t(value));
-}
+constexpr int32_t columnRing = 32;  // rows of column differences kept: more than the 23 that windows reach
 
 template <class T>
 T* At(T* plane, int32_t stepBytes, int32_t row) {
@@ -24,12 +19,7 @@ T* At(T* plane, int32_t stepBytes, int32_t row) {
 
 }  // namespace
 
-// By the float's own rounding: exact for |t| below 2^22, far above any difference of 16-bit samples, and plain
-// arithmetic, so the loops around it vectorise.
-float LPAICIa::RoundHalfEven(float t) {
-    const float shifter = 12582912.0f;  // 1.5 * 2^23
-    return (t + shifter) - shifter;
-}
+float LPAICIa::RoundHalfEven(float t) { return LpaRoundHalfEven(t); }
 
 LPAICIa::LPAICIa() {
     windows.BuildKernels(float(orderBlend));
@@ -51,7 +41,10 @@ bool LPAICIa::AllocateWorkspace(const void* params) {
     resultStride = int32_t(2 * w);
     const size_t mosaicBytes = (h + 2 * ring) * size_t(mosaicStride);
     const size_t sitePlaneBytes = (h / 2 + 2 * ring) * size_t(diffStride);
-    block = static_cast<uint8_t*>(platform::AlignedAlloc(mosaicBytes + 6 * w * h + 4 * sitePlaneBytes, 32));
+    // Behind the planes: the two halves of the row that the row pass is working on.
+    const size_t splitBytes = (size_t(LpaSplitLength(int32_t(w), 0)) * sizeof(float) + 31) & ~size_t(31);
+    block = static_cast<uint8_t*>(
+        platform::AlignedAlloc(mosaicBytes + 6 * w * h + 4 * sitePlaneBytes + 2 * splitBytes, 32));
     if (block == nullptr) return false;
 
     mosaic = reinterpret_cast<uint16_t*>(block + ring * mosaicStride + ring * sizeof(uint16_t));
@@ -68,8 +61,12 @@ bool LPAICIa::AllocateWorkspace(const void* params) {
     crossDiff0 = reinterpret_cast<float*>(sitePlanes + sitePlaneBytes);
     crossDiff1 = reinterpret_cast<float*>(sitePlanes + 2 * sitePlaneBytes);
     siteDiff1 = reinterpret_cast<float*>(sitePlanes + 3 * sitePlaneBytes);
+    splitEven = reinterpret_cast<float*>(shared + 6 * w * h + 4 * sitePlaneBytes);
+    splitOdd = reinterpret_cast<float*>(shared + 6 * w * h + 4 * sitePlaneBytes + splitBytes);
 
-    accumulateSite = PxProcessorLevel() >= PxLevelAvx2 ? LpaAccumulateSiteAvx2 : LpaAccumulateSiteScalar;
+    const bool wide = PxProcessorLevel() >= PxLevelAvx2;
+    accumulate = wide ? LpaAccumulateLineAvx2 : LpaAccumulateLineScalar;
+    lines = wide ? LpaLinesAvx2() : LpaLinesScalar();
     if (params != nullptr) {
         double values[2];
         std::memcpy(values, params, sizeof values);
@@ -98,59 +95,38 @@ float LPAICIa::CrossDifference(int k, int32_t j, int32_t i) const {
     return At(k == 0 ? crossDiff0 : crossDiff1, diffStride, j)[i];
 }
 
-// Four times the Hamilton-Adams estimate of G - Ck along each row of parity k (all columns) and along each
-// colour column of Ck (all rows), in exact integers: e at a green site, -e at a colour site.
-void LPAICIa::DifferencePlanes(int k) {
+// Every colour site of Ck gathers the forward and backward estimates of its row, then of its column, and the
+// fused difference is their ratio. A row of sites at a time, so that everything it touches stays in the cache:
+// the row's differences go to the first row of rowDiff, and the column differences that its columns' windows
+// reach to a ring of rows at the start of colDiff, each row of colDiff made once, in order; the sums and weights
+// start at zero in the first rows of fuseSum and fuseWeight, take the row pass along the split row and then the
+// column pass of all columns at once, whose taps are rows of the ring, and are divided into the site plane. Each
+// site sees the order of the definition.
+// The differences are four times the Hamilton-Adams estimates of G - Ck, exact integers: along rows of parity k
+// e at a green site and -e at a colour site; down the colour columns -e on rows of parity k and e on the others.
+void LPAICIa::FusePasses(int k) {
     const int32_t w = int32_t(width), h = int32_t(height), half = w / 2;
     const int32_t q = ((BayerPhase >> 1) ^ k) & 1;  // column parity of the colour sites on rows of parity k
     const intptr_t ms = mosaicStride / 2;
-    for (int32_t j = 0; j < h / 2; ++j) {
-        const uint16_t* m = mosaic + (2 * j + k) * ms;
-        float* out = rowDiff + intptr_t(j) * w;
-        const int32_t evenSign = q == 0 ? -1 : 1;  // columns 2i; the odd columns take the other sign
-        for (int32_t x = 0; x < w; x += 2) {
-            const int32_t e0 = int32_t(m[x - 2]) + m[x + 2] + 2 * (int32_t(m[x]) - m[x - 1] - m[x + 1]);
-            const int32_t e1 = int32_t(m[x - 1]) + m[x + 3] + 2 * (int32_t(m[x + 1]) - m[x] - m[x + 2]);
-            out[x] = float(evenSign * e0);
-            out[x + 1] = float(-evenSign * e1);
-        }
-    }
-    for (int32_t y = 0; y < h; ++y) {
-        const uint16_t* m = mosaic + y * ms + q;
-        float* out = colDiff + intptr_t(y) * half;
-        const int32_t sign = (y & 1) == k ? -1 : 1;
-        for (int32_t i = 0; i < half; ++i) {
-            const uint16_t* c = m + 2 * i;
-            const int32_t e = int32_t(c[-2 * ms]) + c[2 * ms] + 2 * (int32_t(c[0]) - c[-ms] - c[ms]);
-            out[i] = float(sign * e);
-        }
-    }
-}
-
-// Every colour site of Ck gathers the forward and backward estimates of its row, then of its column.
-void LPAICIa::FusePasses(int k) {
-    const int32_t w = int32_t(width), h = int32_t(height), half = w / 2;
-    const int32_t q = ((BayerPhase >> 1) ^ k) & 1;
-    std::memset(fuseSum, 0, 2 * size_t(width) * height);  // fuseSum and fuseWeight
-    for (int32_t j = 0; j < h / 2; ++j) {
-        float* sum = fuseSum + intptr_t(j) * half;
-        float* weight = fuseWeight + intptr_t(j) * half;
-        windows.LoadLine(rowDiff + intptr_t(j) * w, sizeof(float), w, q);
-        for (int32_t i = 0; i < half; ++i) {
-            accumulateSite(windows, sum + i, weight + i);
-            windows.AdvanceSite();
-        }
-    }
-    for (int32_t i = 0; i < half; ++i) {
-        windows.LoadLine(colDiff + i, halfRowBytes, h, k);
-        for (int32_t j = 0; j < h / 2; ++j) {
-            accumulateSite(windows, fuseSum + intptr_t(j) * half + i, fuseWeight + intptr_t(j) * half + i);
-            windows.AdvanceSite();
-        }
-    }
     float* site = k == 0 ? siteDiff0 : siteDiff1;
+    int32_t columnRows = 0;  // rows of colDiff made so far
+    for (int32_t j = 0; j < h / 2; ++j) {
+        const int32_t y = 2 * j + k;
+        for (const int32_t reach = y + 12 < h ? y + 12 : h; columnRows < reach; ++columnRows)
+            lines.columnDifferences(mosaic + columnRows * ms + q, ms, half, (columnRows & 1) == k ? -1 : 1,
+                                    colDiff + intptr_t(columnRows % columnRing) * half);
+        lines.rowDifferences(mosaic + y * ms, w, q, rowDiff);
+
+        std::memset(fuseSum, 0, size_t(halfRowBytes));
+        std::memset(fuseWeight, 0, size_t(halfRowBytes));
+        LpaTaps taps;
+        LpaSplitLine(rowDiff, w, q, splitEven, splitOdd, &taps);
+        accumulate(windows, taps, half, fuseSum, fuseWeight);
+        LpaColumnTaps(colDiff, halfRowBytes, h, y, &taps, columnRing);
+        accumulate(windows, taps, half, fuseSum, fuseWeight);
+        PxDivImage_32f(fuseWeight, halfRowBytes, fuseSum, halfRowBytes, At(site, diffStride, j), diffStride, {half, 1});
+    }
     const PxSize sites{half, h / 2};
-    PxDivImage_32f(fuseWeight, halfRowBytes, fuseSum, halfRowBytes, site, diffStride, sites);
     PxCopyReplicateBorder_32f_I(site, diffStride, sites, {half + 2 * ring, h / 2 + 2 * ring}, ring, ring);
 }
 
@@ -167,71 +143,37 @@ void LPAICIa::CrossPlane(int k) {
         const float* upper = At(d, diffStride, j + r) + c;
         const float* lower = At(d, diffStride, j + r + 1) + c;
         const float* below = At(d, diffStride, j + r + 2) + c;
-        float* out = At(cross, diffStride, j);
-        for (int32_t i = 0; i < half; ++i) {
-            const float inner = (upper[i] + upper[i + 1]) + (lower[i] + lower[i + 1]);
-            const float outer = ((above[i] + above[i + 1]) + (below[i] + below[i + 1])) +
-                                ((upper[i - 1] + upper[i + 2]) + (lower[i - 1] + lower[i + 2]));
-            out[i] = 0.3125f * inner - 0.03125f * outer;
-        }
+        lines.crossRow(above, upper, lower, below, half, At(cross, diffStride, j));
     }
     PxCopyReplicateBorder_32f_I(cross, diffStride, {half, rows}, {half + 2 * ring, rows + 2 * ring}, ring, ring);
 }
 
-// Green: the mosaic at green sites, M + rint(D / 4) at the colour sites.
-void LPAICIa::BuildGreen() {
+// Row y of the three result planes. Green: the mosaic at green sites, M + rint(D / 4) at the colour sites. The
+// colour Ck: the mosaic at its own sites, M - rint((Ek - Dm) / 4) at the other colour's sites and
+// M - rint((l + r + u + d) / 16) at green sites from the field of Ck's differences around them. At an output depth
+// of 8 bits or less the row is narrowed as it is made: its bytes at byte y * resultStride, each sample above 255
+// as 255, as narrowing the finished plane in place gives, since no row of a plane is read once made.
+void LPAICIa::BuildRows(int32_t y) {
     const int32_t half = int32_t(width / 2);
     const float top = float(InputMaximum());
-    for (int32_t y = 0; y < int32_t(height); ++y) {
-        const int32_t p = y & 1, q = ((BayerPhase >> 1) ^ p) & 1;
-        const uint16_t* m = mosaic + intptr_t(y) * (mosaicStride / 2);
-        const float* d = At(p == 0 ? siteDiff0 : siteDiff1, diffStride, y >> 1);
-        uint16_t* out = planeG + intptr_t(y) * (resultStride / 2);
-        for (int32_t i = 0; i < half; ++i) {
-            out[2 * i + q] = Limit(float(m[2 * i + q]) + RoundHalfEven(0.25f * d[i]), top);
-            out[2 * i + 1 - q] = m[2 * i + 1 - q];
-        }
-    }
-}
-
-// The colour Ck: the mosaic at its own sites, M - rint((Ek - Dm) / 4) at the other colour's sites and
-// M - rint((l + r + u + d) / 16) at green sites from the field of Ck's differences around them.
-void LPAICIa::BuildColour(int k) {
-    const int32_t half = int32_t(width / 2);
-    const float top = float(InputMaximum());
-    const float* own = k == 0 ? siteDiff0 : siteDiff1;
-    const float* cross = k == 0 ? crossDiff0 : crossDiff1;
-    uint16_t* plane = k == 0 ? planeEven : planeOdd;
-    for (int32_t y = 0; y < int32_t(height); ++y) {
-        const int32_t p = y & 1, j = y >> 1;
-        const int32_t q = ((BayerPhase >> 1) ^ p) & 1;  // colour column parity of this row; green is 1 - q
-        const uint16_t* m = mosaic + intptr_t(y) * (mosaicStride / 2);
-        uint16_t* out = plane + intptr_t(y) * (resultStride / 2);
+    const bool bytes = outFormat.bitDepth <= 8;
+    const int32_t p = y & 1, j = y >> 1;
+    const int32_t q = ((BayerPhase >> 1) ^ p) & 1;  // colour column parity of this row; green is 1 - q
+    const uint16_t* m = mosaic + intptr_t(y) * (mosaicStride / 2);
+    const float* d = At(p == 0 ? siteDiff0 : siteDiff1, diffStride, j);  // the difference of this row's colour
+    const auto row = [&](uint16_t* plane) { return reinterpret_cast<uint8_t*>(plane) + intptr_t(y) * resultStride; };
+    lines.greenRow(m, d, half, q, top, bytes, row(planeG));
+    for (int k = 0; k < 2; ++k) {
+        const float* own = k == 0 ? siteDiff0 : siteDiff1;
+        const float* cross = k == 0 ? crossDiff0 : crossDiff1;
         // The field of Ck on this row's colour sites and on the rows above and below.
         const float* across = At(p == k ? own : cross, diffStride, j) + (q == 0 ? 0 : -1);
         const float* vertical = p == k ? cross : own;
         const float* up = At(vertical, diffStride, p == 0 ? j - 1 : j);
         const float* down = At(vertical, diffStride, p == 0 ? j : j + 1);
-        if (p == k) {
-            for (int32_t i = 0; i < half; ++i) out[2 * i + q] = m[2 * i + q];
-        } else {
-            const float* e = At(cross, diffStride, j);
-            const float* d = At(p == 0 ? siteDiff0 : siteDiff1, diffStride, j);
-            for (int32_t i = 0; i < half; ++i)
-                out[2 * i + q] = Limit(float(m[2 * i + q]) - RoundHalfEven(0.25f * (e[i] - d[i])), top);
-        }
-        const int32_t g = 1 - q;
-        for (int32_t i = 0; i < half; ++i) {
-            const float sum = ((across[i] + across[i + 1]) + up[i]) + down[i];
-            out[2 * i + g] = Limit(float(m[2 * i + g]) - RoundHalfEven(0.0625f * sum), top);
-        }
+        lines.colourRow(m, p == k ? nullptr : At(cross, diffStride, j), d, across, up, down, half, q, top, bytes,
+                        row(k == 0 ? planeEven : planeOdd));
     }
-}
-
-void LPAICIa::Narrow(uint16_t* plane) {
-    if (outFormat.bitDepth <= 8)
-        PxConvertImage_16u8u(plane, resultStride, reinterpret_cast<uint8_t*>(plane), resultStride,
-                             {int32_t(width), int32_t(height)});
 }
 
 bool LPAICIa::Interpolate(const void* src, int32_t srcStride) {
@@ -244,17 +186,12 @@ bool LPAICIa::Interpolate(const void* src, int32_t srcStride) {
     windows.BuildKernels(float(orderBlend));
     windows.gamma = float(iciThreshold);
     for (int k = 0; k < 2; ++k) {
-        DifferencePlanes(k);
         FusePasses(k);
         CrossPlane(k);
     }
-    // The result planes overwrite the work planes, which are no longer read.
-    BuildGreen();
-    Narrow(planeG);
-    BuildColour(0);
-    Narrow(planeEven);
-    BuildColour(1);
-    Narrow(planeOdd);
+    // The result planes overwrite the work planes, which are no longer read. The three planes are made row by row
+    // together, so that the mosaic and difference rows are read once; none of them reads another.
+    for (int32_t y = 0; y < int32_t(height); ++y) BuildRows(y);
     return true;
 }
 

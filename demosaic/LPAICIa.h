@@ -5,6 +5,7 @@
 #pragma once
 
 #include "demosaic/DeBayerHQ.h"
+#include "demosaic/LpaLines.h"
 #include "demosaic/LpaWindows.h"
 
 class LPAICIa : public DeBayerHQ {
@@ -36,12 +37,9 @@ public:
     float CrossDifference(int k, int32_t j, int32_t i) const;
 
 private:
-    void DifferencePlanes(int k);
     void FusePasses(int k);
     void CrossPlane(int k);
-    void BuildGreen();
-    void BuildColour(int k);
-    void Narrow(uint16_t* plane);
+    void BuildRows(int32_t y);
 
     LpaWindows windows;
     double orderBlend = 0.1;
@@ -50,9 +48,12 @@ private:
     int32_t mosaicStride = 0;    // bytes: 2 w + 8
     uint16_t* mosaic = nullptr;  // element (0, 0), two ring rows and columns on every side
     int32_t halfRowBytes = 0;    // bytes of w / 2 floats
-    float* rowDiff = nullptr;    // h / 2 rows of w
-    float* colDiff = nullptr;    // h rows of w / 2
-    float* fuseSum = nullptr;    // h / 2 rows of w / 2
+    // Regions of h / 2 rows of w, h rows of w / 2, and twice h / 2 rows of w / 2 floats. The fusion works a row
+    // of sites at a time and uses their starts: the row differences of that row (w), a ring of 32 rows of column
+    // differences (w / 2 each), and the sums and weights of that row of sites (w / 2 each).
+    float* rowDiff = nullptr;
+    float* colDiff = nullptr;
+    float* fuseSum = nullptr;
     float* fuseWeight = nullptr;
     int32_t diffStride = 0;  // bytes: halfRowBytes + 16
     float* siteDiff0 = nullptr;  // element (0, 0) of the four planes with rings
@@ -63,5 +64,8 @@ private:
     uint16_t* planeG = nullptr;
     uint16_t* planeEven = nullptr;  // the colour of the even rows
     uint16_t* planeOdd = nullptr;   // the colour of the odd rows
-    LpaAccumulateForm accumulateSite = LpaAccumulateSiteScalar;
+    float* splitEven = nullptr;  // the row differences being worked on, split by LpaSplitLine, behind the planes
+    float* splitOdd = nullptr;
+    LpaAccumulateForm accumulate = LpaAccumulateLineScalar;  // the forms of the processor level
+    LpaLineForms lines = LpaLinesScalar();
 };

@@ -162,3 +162,67 @@ void LpaAccumulateSiteScalar(const LpaWindows& windows, float* sum, float* weigh
         *weight = *weight + q[chosen];
     }
 }
+
+namespace {
+
+// The place of sample x of a line of n samples mirrored about its first and last samples, for x at most n - 1
+// places outside the line.
+inline int32_t Mirror(int32_t x, int32_t n) { return x < 0 ? -x : x > n - 1 ? 2 * (n - 1) - x : x; }
+
+constexpr int32_t splitOrigin = 6;  // buffer index of the first site's entries
+
+}  // namespace
+
+void LpaSplitLine(const float* line, int32_t count, int32_t position, float* even, float* odd, LpaTaps* taps) {
+    // even[m] is the sample at 2m + position (m from -5), odd[m] the one at 2m + position + 1 (m from -6), both
+    // to five entries past the last site: what the windows reach.
+    const int32_t sites = LpaLineSites(count, position);
+    // Inside the line (2m + position + 1 at most count - 1) without the mirror.
+    const int32_t inside = (count - position) / 2;
+    for (int32_t m = -splitOrigin; m < 0; ++m) {
+        even[splitOrigin + m] = m < -5 ? 0.0f : line[Mirror(2 * m + position, count)];
+        odd[splitOrigin + m] = line[Mirror(2 * m + position + 1, count)];
+    }
+    const float* pairs = line + position;
+    for (int32_t m = 0; m < inside; ++m) {
+        even[splitOrigin + m] = pairs[2 * m];
+        odd[splitOrigin + m] = pairs[2 * m + 1];
+    }
+    for (int32_t m = inside; m < sites + 5; ++m) {
+        even[splitOrigin + m] = line[Mirror(2 * m + position, count)];
+        odd[splitOrigin + m] = line[Mirror(2 * m + position + 1, count)];
+    }
+    // Forward: tap 2u is site i + u of the even samples, tap 2u + 1 site i + u of the odd ones. Backward: tap 2u
+    // is site i - u of the even samples, tap 2u + 1 site i - u - 1 of the odd ones.
+    for (int32_t u = 0; u < 6; ++u) {
+        taps->forward[2 * u] = even + splitOrigin + u;
+        taps->forward[2 * u + 1] = odd + splitOrigin + u;
+        taps->backward[2 * u] = even + splitOrigin - u;
+        taps->backward[2 * u + 1] = odd + splitOrigin - u - 1;
+    }
+}
+
+void LpaColumnTaps(const float* plane, int32_t stepBytes, int32_t count, int32_t site, LpaTaps* taps,
+                   int32_t ringRows) {
+    const auto row = [&](int32_t x) {
+        const int32_t place = Mirror(x, count);
+        return reinterpret_cast<const float*>(reinterpret_cast<const uint8_t*>(plane) +
+                                              intptr_t(ringRows > 0 ? place % ringRows : place) * stepBytes);
+    };
+    for (int32_t t = 0; t < 12; ++t) {
+        taps->forward[t] = row(site + t);
+        taps->backward[t] = row(site - t);
+    }
+}
+
+void LpaAccumulateLineScalar(const LpaWindows& windows, const LpaTaps& taps, int32_t count, float* sum,
+                             float* weight) {
+    LpaWindows site = windows;
+    for (int32_t s = 0; s < count; ++s) {
+        for (int32_t t = 0; t < 12; ++t) {
+            site.forward[t] = taps.forward[t][s];
+            site.backward[t] = taps.backward[t][s];
+        }
+        LpaAccumulateSiteScalar(site, sum + s, weight + s);
+    }
+}
