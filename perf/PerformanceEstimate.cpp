@@ -48,7 +48,9 @@ float EstimateSecondsPerFrame(const StreamConfig* config, const StreamParameters
     if (parameters->compression == CompressionCode::Jpeg) {
         const uint32_t jpegIndex = format > 255 ? PixelFormat::YUV422P : format;
         const uint64_t rate = jpegIndex < PerfTable::jpegCells ? table.jpegRate(jpegIndex) : 0;
-        total += Cost(pixels / s / s, rate);
+        // A scale of 0 is not a measured scale: costed as an unmeasured rate, also for an empty frame, where
+        // the division by the scale would give not a number.
+        total += s == 0 ? std::numeric_limits<double>::infinity() : Cost(pixels / s / s, rate);
     }
     return float(total);
 }

@@ -19,8 +19,10 @@ for target in StreamConfigFuzz CacheFileFuzz VersionRecordFuzz; do
   (cd build-fuzz && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     "./tests/fuzz/$target" -max_total_time="$seconds" -rss_limit_mb=4096 -print_final_stats=1 \
     "corpus/$target" "../tests/fuzz/corpus/$target" 2>&1 | grep -E "^(#[0-9]+ +DONE|stat::|==|SUMMARY|Done)" || true)
-  if ls build-fuzz/crash-* build-fuzz/leak-* build-fuzz/timeout-* >/dev/null 2>&1; then
-    echo "fuzzing found a failure: $(ls build-fuzz/crash-* build-fuzz/leak-* build-fuzz/timeout-* 2>/dev/null)"
+  # ls fails when any one of the patterns matches nothing, so the listing itself is tested.
+  failures="$(ls build-fuzz/crash-* build-fuzz/leak-* build-fuzz/timeout-* build-fuzz/oom-* 2>/dev/null || true)"
+  if [ -n "$failures" ]; then
+    echo "fuzzing found a failure: $failures"
     exit 1
   fi
 done

@@ -89,6 +89,8 @@ TEST_F(PerfEstimate, UnmeasuredAndOutOfTableAnswersAreInfinite) {
     EXPECT_EQ(Estimate(PixelFormat::YUVCode21, 8, 64, 64, {1, jpeg}),
               float(64.0 * 64 / double(table.jpegRate(PixelFormat::YUVCode21))));
     EXPECT_EQ(GetStreamerPerformance(nullptr, nullptr), 0.0f);
+    // Scale 0 to JPEG on an empty frame: not a number by the plain division, infinite like any unmeasured scale.
+    EXPECT_EQ(Estimate(PixelFormat::Mono, 8, 0, 64, {0, jpeg}), infinity);
 }
 
 }  // namespace
