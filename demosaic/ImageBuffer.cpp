@@ -67,23 +67,21 @@ void ImageBuffer<Element>::Resize(uint32_t w, uint32_t h) {
     const uint32_t bytes = w * h * uint32_t(sizeof(Element));
     if (bytes > capacity) {
         ImageBlockPool* pool = ImageBlockPool::Current();
-        void* grown = pool != nullptr ? pool->Take(bytes) : nullptr;
-        if (grown != nullptr) {
+        void* grown;
+        if (pool == nullptr) {
+            grown = platform::AlignedRealloc(data, bytes, dataAlignment);
+            if (grown == nullptr) throw false;
+        } else {
+            grown = pool->Take(bytes);
             // A kept block counts as an allocation for the failures that tests inject.
-            if (platform::AllocationFaultDue()) {
+            if (grown != nullptr && platform::AllocationFaultDue()) {
                 pool->Keep(grown, bytes);
                 throw false;
             }
-            if (data != nullptr) std::memcpy(grown, data, capacity);
-            ReturnBlock(data, capacity);
-        } else if (pool != nullptr) {
-            grown = platform::AlignedAlloc(bytes, dataAlignment);
+            if (grown == nullptr) grown = platform::AlignedAlloc(bytes, dataAlignment);
             if (grown == nullptr) throw false;
             if (data != nullptr) std::memcpy(grown, data, capacity);
             ReturnBlock(data, capacity);
-        } else {
-            grown = platform::AlignedRealloc(data, bytes, dataAlignment);
-            if (grown == nullptr) throw false;
         }
         data = static_cast<Element*>(grown);
         capacity = bytes;
