@@ -86,11 +86,9 @@ constexpr auto noVertical = [](uint32_t, double) {};
 // Images lower than the window (fewer than 2 v + 1 rows): every row fits the ring at once, so all rows are fed
 // first and each output row then follows from the one above, adding the row entering its window or subtracting
 // the row leaving it. No row outside the image is read.
-void BoxSumLow(BoxRing& ring, ImageBuffer64& image, const RingRows& rows, uint32_t v) {
-    const uint32_t n = image.width, height = image.height;
-    const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
-    for (uint32_t j = 0; j < height; ++j) rows.Feed(j, out(j), n, ring.rowParity, noVertical);
-
+void BoxSumLow(const RowRing<double>& image, uint32_t height, const RingRows& rows, uint32_t v) {
+    const uint32_t n = image.width;
+    const auto out = [&](uint32_t y) { return image.Row(y); };
     const uint32_t lastOfFirst = std::min(v, height - 1);
     if (lastOfFirst == 0) {
         for (uint32_t i = 0; i < n; ++i) out(0)[i] = rows.Sum(rows.Line(0), i);
@@ -110,80 +108,111 @@ void BoxSumLow(BoxRing& ring, ImageBuffer64& image, const RingRows& rows, uint32
 
 }  // namespace
 
-void BoxSum(BoxRing& ring, ImageBuffer64& image, uint32_t windowWidth, uint32_t windowHeight, int32_t rowParity) {
-    if (image.data == nullptr) throw false;
-    const uint32_t n = image.width, height = image.height;
-    if (n == 0 || height == 0) return;
+void BoxSumStream::Begin(BoxRing& boxRing, const RowRing<double>& rowsOfImage, uint32_t imageHeight,
+                         uint32_t windowWidth, uint32_t windowHeight, int32_t rowParity) {
+    if (rowsOfImage.data == nullptr) throw false;
+    ring = &boxRing;
+    image = rowsOfImage;
+    height = imageHeight;
+    fed = done = 0;
+    const uint32_t n = image.width;
+    if (n == 0 || height == 0) {
+        done = fed = height;
+        return;
+    }
     // A half-width of n or more already covers the whole row for every element and gives the same bits as any
     // larger one, so the line is kept short.
-    const uint32_t r = std::min(windowWidth >> 1, n), v = windowHeight >> 1;
-    const bool low = height < 2 * uint64_t(v) + 1;
-    const uint32_t lineLength = n + 2 * (r + 1);
-    const uint32_t ringRows = low ? height + (height & 1) : 2 * v + 2;  // even: a row returns to its own parity
+    r = std::min(windowWidth >> 1, n);
+    v = windowHeight >> 1;
+    low = height < 2 * uint64_t(v) + 1;
+    lineLength = n + 2 * (r + 1);
+    ringRows = low ? height + (height & 1) : 2 * v + 2;  // even: a row returns to its own parity
     if (uint64_t(lineLength) * ringRows * sizeof(double) > UINT32_MAX) throw false;
+    ring->rowParity = rowParity;
+    ring->buffer.Resize(lineLength, ringRows);
+    PxSet_64f(0.0, ring->buffer.data, int32_t(lineLength * ringRows));
+}
 
-    ring.rowParity = rowParity;
-    ring.buffer.Resize(lineLength, ringRows);
-    PxSet_64f(0.0, ring.buffer.data, int32_t(lineLength * ringRows));
-    const auto out = [&](uint32_t y) { return image.data + size_t(y) * n; };
+uint32_t BoxSumStream::FeedThrough(uint32_t endRow) {
+    for (endRow = std::min(endRow, height); fed < endRow;) FeedRow(fed);
+    return done;
+}
+
+// Feeds row j, and under a row parity possibly the skipped row after it; sets fed and done.
+void BoxSumStream::FeedRow(uint32_t j) {
+    const uint32_t n = image.width;
+    const auto out = [this](uint32_t y) { return image.Row(y); };
+    fed = j + 1;
     if (v == 0) {
         // Each row in place, with ring row 0 as line buffer.
-        for (uint32_t y = 0; y < height; ++y) {
-            double* row = out(y);
-            if (r > 0) SumRow(ring.buffer.data, row, n, r, [row](uint32_t i, double sum) { row[i] = sum; });
+        double* row = out(j);
+        if (r > 0) SumRow(ring->buffer.data, row, n, r, [row](uint32_t i, double sum) { row[i] = sum; });
+        done = fed;
+        return;
+    }
+    const RingRows rows(ring->buffer.data, lineLength, ringRows, r);
+    const auto feed = [&](uint32_t k) { rows.Feed(k, out(k), n, ring->rowParity, noVertical); };
+    if (low) {
+        feed(j);
+        if (fed == height) {
+            BoxSumLow(image, height, rows, v);
+            done = height;
         }
         return;
     }
-    const RingRows rows(ring.buffer.data, lineLength, ringRows, r);
-    if (low) {
-        BoxSumLow(ring, image, rows, v);
-        return;
-    }
 
-    // Rows are fed into the ring in order and the results written back into image: an output row trails the
-    // row being read by at least v + 1.
-    const auto feed = [&](uint32_t j) { rows.Feed(j, out(j), n, ring.rowParity, noVertical); };
-
-    // Start: output rows 0 to v from source rows 0 to 2 v.
-    feed(0);
-    feed(1);
-    rows.Pair(out(0), rows.Line(0), rows.Line(1), n);
-    for (uint32_t j = 2; j <= 2 * v; ++j) {
+    if (j <= 2 * v) {
+        // Start: output rows 0 to v from source rows 0 to 2 v.
         feed(j);
-        if (j <= v)
+        if (j == 1)
+            rows.Pair(out(0), rows.Line(0), rows.Line(1), n);
+        else if (j >= 2 && j <= v)
             rows.Add(out(0), out(0), rows.Line(j), n);
-        else
+        else if (j > v)
             rows.Add(out(j - v), out(j - v - 1), rows.Line(j), n);
-    }
-    // Middle: source row j enters output row j - v's window, row j - 2 v - 1 leaves it. Under a row parity only
-    // one of the two can be non-zero, and the skipped one is left out. Each output row is made in the loop that
-    // sums the row entering it; under a row parity a summed row also carries the next, skipped row's output, which
-    // only loses a row.
-    for (uint32_t j = 2 * v + 1; j < height; ++j) {
+        done = j >= v ? j - v + 1 : 0;
+    } else {
+        // Middle: source row j enters output row j - v's window, row j - 2 v - 1 leaves it. Under a row parity only
+        // one of the two can be non-zero, and the skipped one is left out. Each output row is made in the loop that
+        // sums the row entering it; under a row parity a summed row also carries the next, skipped row's output,
+        // which only loses a row.
         const uint32_t y = j - v;
         const double* const leaving = rows.Line(j + 1);  // j - 2 v - 1 in a ring of 2 v + 2 rows
         double* const output = out(y);
         const double* const above = out(y - 1);
-        const int32_t parity = -ring.rowParity;  // this row's turn
+        const int32_t parity = -ring->rowParity;  // this row's turn
         if (parity == 0) {
-            rows.Feed(j, out(j), n, ring.rowParity,
+            rows.Feed(j, out(j), n, ring->rowParity,
                       [=](uint32_t i, double sum) { output[i] = (above[i] + sum) - rows.Sum(leaving, i); });
         } else if (parity > 0) {
             feed(j);  // skipped: the output row only loses a row
             rows.Subtract(output, above, leaving, n);
         } else if (j + 1 == height) {
-            rows.Feed(j, out(j), n, ring.rowParity, [=](uint32_t i, double sum) { output[i] = above[i] + sum; });
+            rows.Feed(j, out(j), n, ring->rowParity, [=](uint32_t i, double sum) { output[i] = above[i] + sum; });
         } else {
             double* const next = out(y + 1);
             const double* const leavingNext = rows.Line(j + 2);
-            rows.Feed(j, out(j), n, ring.rowParity, [=](uint32_t i, double sum) {
+            rows.Feed(j, out(j), n, ring->rowParity, [=](uint32_t i, double sum) {
                 const double value = above[i] + sum;
                 output[i] = value;
                 next[i] = value - rows.Sum(leavingNext, i);
             });
-            feed(++j);
+            feed(j + 1);
+            fed = j + 2;
         }
+        done = fed - v;
     }
-    // End: the last v output rows only lose rows; skipped rows subtract the zeros their ring rows hold.
-    for (uint32_t y = height - v; y < height; ++y) rows.Subtract(out(y), out(y - 1), rows.Line(y - v - 1), n);
+    if (fed == height) {
+        // End: the last v output rows only lose rows; skipped rows subtract the zeros their ring rows hold.
+        for (uint32_t y = height - v; y < height; ++y) rows.Subtract(out(y), out(y - 1), rows.Line(y - v - 1), n);
+        done = height;
+    }
+}
+
+void BoxSum(BoxRing& ring, ImageBuffer64& image, uint32_t windowWidth, uint32_t windowHeight, int32_t rowParity) {
+    if (image.data == nullptr) throw false;
+    BoxSumStream stream;
+    stream.Begin(ring, {image.data, image.width, std::max(image.height, 1u)}, image.height, windowWidth,
+                 windowHeight, rowParity);
+    stream.FeedThrough(image.height);
 }

@@ -185,3 +185,34 @@ TEST(BoxSum, RowParityShortcutGivesTheBitsOfTheFullPass) {
 }
 
 }  // namespace
+
+// Rows put into a small ring two at a time and each sum taken as soon as it is final give BoxSum's bits, with and
+// without a row parity, for images lower and higher than the window.
+TEST(BoxSumStream, RowsThroughARingGiveTheBitsOfTheWholeImage) {
+    BoxRing ring, wholeRing;
+    ImageBuffer64 whole;
+    std::mt19937 rng(17);
+    for (int32_t parity : {0, 1, -1})
+        for (uint32_t h : {2u, 6u, 10u, 12u, 50u})
+            for (auto [ww, wh] : {std::pair{3u, 3u}, {11u, 11u}, {7u, 7u}, {5u, 1u}, {1u, 9u}}) {
+                const uint32_t w = 16, v = wh / 2, ringRows = 2 * v + 8;
+                std::vector<double> source = Load(whole, w, h, h * ww + wh, parity > 0 ? 1 : parity < 0 ? 0 : -1);
+                for (double& x : source)
+                    if (x != 0.0) x *= std::uniform_real_distribution<double>(-1.0, 1.0)(rng);
+                std::copy(source.begin(), source.end(), whole.data);
+                BoxSum(wholeRing, whole, ww, wh, parity);
+
+                std::vector<double> rows(size_t(w) * ringRows), sums(source.size());
+                const RowRing<double> image{rows.data(), w, ringRows};
+                BoxSumStream stream;
+                stream.Begin(ring, image, h, ww, wh, parity);
+                uint32_t taken = 0;
+                for (uint32_t y = 0; y < h; y += 2) {
+                    for (uint32_t k = y; k < y + 2; ++k) std::copy_n(&source[size_t(k) * w], w, image.Row(k));
+                    for (const uint32_t done = stream.FeedThrough(y + 2); taken < done; ++taken)
+                        std::copy_n(image.Row(taken), w, &sums[size_t(taken) * w]);
+                }
+                ASSERT_EQ(taken, h);
+                ASSERT_TRUE(Equal(whole, sums)) << parity << " " << h << " " << ww << "x" << wh;
+            }
+}
