@@ -1,29 +1,10 @@
 // The general filter, the box filter and the border copies: argument checks, border assembly and the
 // scalar forms. The AVX2 forms of both filters share the drivers here and bring their own row arithmetic.
 #include "primitives/Dispatch.h"
+#include "primitives/FilterForms.h"
 #include "primitives/Px.h"
 
 #include <cstring>
-
-// Rows of a correlation read from a padded source: in is the sample under the first tap for the first
-// output pixel, taps are stored last first. Shared by every form of PxFilterBorder_32f.
-typedef void (*FilterRowsFn)(const uint8_t* in, intptr_t inStride, uint8_t* out, intptr_t outStride, int32_t width,
-                             int32_t rows, const float* reversedTaps, int32_t kw, int32_t kh);
-
-PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
-                              int32_t dstStep, PxSize roi, int32_t borderType, const float* borderValue,
-                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer);
-// The box filter's two running sums, per form: the column sums over the image's columns, then one row.
-typedef void (*UpdateColumnsFn)(float* sums, const float* entering, const float* leaving, int32_t count);
-typedef void (*WindowRowFn)(const float* sums, float* out, int32_t width, int32_t mw, float factor);
-PxStatus FilterBoxBorderWithRows(UpdateColumnsFn updateColumns, WindowRowFn windowRow, const float* src,
-                                 int32_t srcStep, float* dst, int32_t dstStep, PxSize roi, PxSize mask,
-                                 int32_t borderType, const float* borderValue, uint8_t* buffer);
-PxStatus FilterBoxBorderAvx2(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                             PxSize mask, int32_t borderType, const float* borderValue, uint8_t* buffer);
-PxStatus FilterBorderAvx2(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
-                          int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
-                          uint8_t* buffer);
 
 namespace {
 
@@ -117,13 +98,22 @@ struct FilterJob {
     FilterRowsFn filterRows;
     const uint8_t* src;
     intptr_t srcStep;
+    int32_t srcRingRows;  // source row k is at src + (k % srcRingRows) * srcStep
     uint8_t* dst;
     intptr_t dstStep;
+    int32_t dstRingRows;  // output row y is at dst + (y % dstRingRows) * dstStep
     int32_t width, height;
     bool mirror;
     const SpecRecord* filterSpec;
     float* buffer;
     int64_t capacity;  // floats
+
+    const uint8_t* SourceRow(int32_t k) const { return src + intptr_t(k % srcRingRows) * srcStep; }
+    uint8_t* OutputRow(int32_t y) const { return dst + intptr_t(y % dstRingRows) * dstStep; }
+    // Output rows from y on that follow one another in memory, at most `rows`.
+    int32_t UnbrokenOutputRows(int32_t y, int32_t rows) const {
+        return int32_t(Min(rows, dstRingRows - y % dstRingRows));
+    }
 
     // Output [x0, x1) x [y0, y1) through the work buffer: its source rows and columns, padded through the
     // border rule, are assembled a pass of rows at a time and filtered from there.
@@ -135,11 +125,11 @@ struct FilterJob {
         const int32_t spanBegin = int32_t(Max(0, -int64_t(firstColumn)));
         const int32_t spanEnd = int32_t(Min(paddedWidth, int64_t(width) - firstColumn));
         const int32_t rowsPerPass = int32_t(Max(1, capacity / paddedWidth - (kh - 1)));
-        for (int32_t ya = y0; ya < y1; ya += rowsPerPass) {
-            const int32_t yb = int32_t(Min(y1, int64_t(ya) + rowsPerPass));
+        for (int32_t ya = y0, yb; ya < y1; ya = yb) {
+            yb = ya + UnbrokenOutputRows(ya, int32_t(Min(y1 - ya, rowsPerPass)));
             for (int32_t r = 0; r < yb - ya + kh - 1; ++r) {
-                const float* s = reinterpret_cast<const float*>(
-                    src + intptr_t(BorderIndex(mirror, int64_t(ya) - ay + r, height)) * srcStep);
+                const float* s =
+                    reinterpret_cast<const float*>(SourceRow(BorderIndex(mirror, int64_t(ya) - ay + r, height)));
                 float* b = buffer + int64_t(r) * paddedWidth;
                 if (spanBegin < spanEnd) {
                     for (int32_t c = 0; c < spanBegin; ++c) b[c] = s[BorderIndex(mirror, firstColumn + c, width)];
@@ -153,11 +143,40 @@ struct FilterJob {
                 }
             }
             filterRows(reinterpret_cast<const uint8_t*>(buffer), intptr_t(paddedWidth) * sizeof(float),
-                       dst + intptr_t(ya) * dstStep + intptr_t(x0) * sizeof(float), dstStep, x1 - x0, yb - ya,
+                       OutputRow(ya) + intptr_t(x0) * sizeof(float), dstStep, x1 - x0, yb - ya,
                        filterSpec->ReversedTaps(), kw, kh);
         }
     }
+
+    // Output rows [y0, y1), whose reach lies inside the image's rows. Pixels whose reach also lies inside its
+    // columns are filtered straight from the source rows wherever these follow one another in memory; the rest
+    // go through the work buffer.
+    void InnerRows(int32_t y0, int32_t y1) const {
+        const int32_t kw = filterSpec->kw, kh = filterSpec->kh, ax = (kw - 1) / 2, rx = kw - 1 - ax;
+        const int32_t ay = (kh - 1) / 2;
+        if (ax >= width - rx) return ThroughBuffer(0, width, y0, y1);
+        for (int32_t ya = y0, yb; ya < y1; ya = yb) {
+            // Output rows whose source rows, ya - ay on, stay unbroken in the ring.
+            const int32_t unbroken = srcRingRows - (ya - ay) % srcRingRows - (kh - 1);
+            yb = ya + UnbrokenOutputRows(ya, int32_t(Min(y1 - ya, Max(1, unbroken))));
+            if (unbroken < 1) {
+                ThroughBuffer(0, width, ya, yb);
+                continue;
+            }
+            if (ax > 0) ThroughBuffer(0, ax, ya, yb);
+            if (rx > 0) ThroughBuffer(width - rx, width, ya, yb);
+            filterRows(SourceRow(ya - ay), srcStep, OutputRow(ya) + intptr_t(ax) * sizeof(float), dstStep,
+                       width - ax - rx, yb - ya, filterSpec->ReversedTaps(), kw, kh);
+        }
+    }
 };
+
+PxStatus FilterBorderRingScalar(const float* src, int32_t srcStep, int32_t srcRingRows, float* dst, int32_t dstStep,
+                                int32_t dstRingRows, PxSize roi, int32_t firstRow, int32_t endRow, int32_t borderType,
+                                const float* borderValue, const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+    return FilterBorderRingWithRows(FilterRowsScalar, src, srcStep, srcRingRows, dst, dstStep, dstRingRows, roi,
+                                    firstRow, endRow, borderType, borderValue, filterSpec, buffer);
+}
 
 PxStatus FilterBorderScalar(const float* src, int32_t srcStep, float* dst, int32_t dstStep, PxSize roi,
                             int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
@@ -328,6 +347,7 @@ constexpr auto filterGetSizeForms =
     PxForms(FilterBorderGetSizeScalar, FilterBorderGetSizeScalar, FilterBorderGetSizeScalar);
 constexpr auto filterInitForms = PxForms(FilterBorderInitScalar, FilterBorderInitScalar, FilterBorderInitScalar);
 constexpr auto filterForms = PxForms(FilterBorderScalar, FilterBorderAvx2, FilterBorderAvx2);
+constexpr auto filterRingForms = PxForms(FilterBorderRingScalar, FilterBorderRingAvx2, FilterBorderRingAvx2);
 constexpr auto boxGetSizeForms = PxForms(FilterBoxBorderGetBufferSizeScalar, FilterBoxBorderGetBufferSizeScalar,
                                          FilterBoxBorderGetBufferSizeScalar);
 constexpr auto boxForms = PxForms(FilterBoxBorderScalar, FilterBoxBorderAvx2, FilterBoxBorderAvx2);
@@ -339,39 +359,49 @@ constexpr auto replicateCopyForms =
 
 }  // namespace
 
-PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
-                              int32_t dstStep, PxSize roi, int32_t borderType, const float*,
-                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+PxStatus FilterBorderRingWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, int32_t srcRingRows,
+                                  float* dst, int32_t dstStep, int32_t dstRingRows, PxSize roi, int32_t firstRow,
+                                  int32_t endRow, int32_t borderType, const float*,
+                                  const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
     if (src == nullptr || dst == nullptr || filterSpec == nullptr || buffer == nullptr) return PxStatusNullPointer;
-    if (roi.width < 1 || roi.height < 1) return PxStatusBadSize;
+    if (roi.width < 1 || roi.height < 1 || srcRingRows < 1 || dstRingRows < 1 || firstRow < 0 || endRow > roi.height)
+        return PxStatusBadSize;
     if (srcStep < 1 || dstStep < int64_t(roi.width) * 4) return PxStatusBadStep;
     if (!BorderAccepted(borderType)) return PxStatusBadBorder;
 
     const SpecRecord* record = AlignUp(reinterpret_cast<const SpecRecord*>(filterSpec));
     const int32_t width = roi.width, height = roi.height;
-    const FilterJob job{filterRows, reinterpret_cast<const uint8_t*>(src), srcStep,
-                        reinterpret_cast<uint8_t*>(dst), dstStep, width, height, IsMirror(borderType), record,
+    const FilterJob job{filterRows,
+                        reinterpret_cast<const uint8_t*>(src),
+                        srcStep,
+                        srcRingRows,
+                        reinterpret_cast<uint8_t*>(dst),
+                        dstStep,
+                        dstRingRows,
+                        width,
+                        height,
+                        IsMirror(borderType),
+                        record,
                         AlignUp(reinterpret_cast<float*>(buffer)),
                         FilterBufferFloats(record->kw, record->kh, width, height)};
-    const int32_t ax = (record->kw - 1) / 2, rx = record->kw - 1 - ax;
     const int32_t ay = (record->kh - 1) / 2, ry = record->kh - 1 - ay;
-    // Pixels whose whole reach lies inside the image are filtered straight from src; the strips that a
-    // border touches go through the work buffer.
-    if (ay >= height - ry) {
-        job.ThroughBuffer(0, width, 0, height);
+    // Rows whose reach crosses the top or bottom edge go through the work buffer.
+    const int32_t innerBegin = int32_t(Max(firstRow, ay)), innerEnd = int32_t(Min(endRow, int64_t(height) - ry));
+    if (innerBegin >= innerEnd) {
+        if (firstRow < endRow) job.ThroughBuffer(0, width, firstRow, endRow);
         return PxStatusOk;
     }
-    if (ay > 0) job.ThroughBuffer(0, width, 0, ay);
-    if (ry > 0) job.ThroughBuffer(0, width, height - ry, height);
-    if (ax >= width - rx) {
-        job.ThroughBuffer(0, width, ay, height - ry);
-        return PxStatusOk;
-    }
-    if (ax > 0) job.ThroughBuffer(0, ax, ay, height - ry);
-    if (rx > 0) job.ThroughBuffer(width - rx, width, ay, height - ry);
-    filterRows(job.src, job.srcStep, job.dst + intptr_t(ay) * dstStep + intptr_t(ax) * sizeof(float), dstStep,
-               width - ax - rx, height - ay - ry, record->ReversedTaps(), record->kw, record->kh);
+    if (firstRow < innerBegin) job.ThroughBuffer(0, width, firstRow, innerBegin);
+    if (innerEnd < endRow) job.ThroughBuffer(0, width, innerEnd, endRow);
+    job.InnerRows(innerBegin, innerEnd);
     return PxStatusOk;
+}
+
+PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
+                              int32_t dstStep, PxSize roi, int32_t borderType, const float* borderValue,
+                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+    return FilterBorderRingWithRows(filterRows, src, srcStep, roi.height, dst, dstStep, roi.height, roi, 0,
+                                    roi.height, borderType, borderValue, filterSpec, buffer);
 }
 
 PxStatus FilterBoxBorderWithRows(UpdateColumnsFn updateColumns, WindowRowFn windowRow, const float* src,
@@ -448,6 +478,13 @@ PxStatus PxFilterBorder_32f(const float* src, int32_t srcStep, float* dst, int32
                             int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                             uint8_t* buffer) {
     return filterForms(src, srcStep, dst, dstStep, roi, borderType, borderValue, filterSpec, buffer);
+}
+
+PxStatus PxFilterBorderRows_32f(const float* src, int32_t srcStep, int32_t srcRingRows, float* dst, int32_t dstStep,
+                                int32_t dstRingRows, PxSize roi, int32_t firstRow, int32_t endRow, int32_t borderType,
+                                const float* borderValue, const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+    return filterRingForms(src, srcStep, srcRingRows, dst, dstStep, dstRingRows, roi, firstRow, endRow, borderType,
+                           borderValue, filterSpec, buffer);
 }
 
 PxStatus PxFilterBoxBorderGetBufferSize(PxSize roi, PxSize mask, int32_t dataType, int32_t numChannels,

@@ -1,20 +1,9 @@
 // PxFilterBorder_32f and PxFilterBoxBorder_32f with AVX2: eight output pixels per register. The border
 // strips and maps come from the shared drivers; only the row arithmetic is wide here.
+#include "primitives/FilterForms.h"
 #include "primitives/Px.h"
 
 #include <immintrin.h>
-
-typedef void (*FilterRowsFn)(const uint8_t* in, intptr_t inStride, uint8_t* out, intptr_t outStride, int32_t width,
-                             int32_t rows, const float* reversedTaps, int32_t kw, int32_t kh);
-PxStatus FilterBorderWithRows(FilterRowsFn filterRows, const float* src, int32_t srcStep, float* dst,
-                              int32_t dstStep, PxSize roi, int32_t borderType, const float* borderValue,
-                              const PxFilterBorderSpec* filterSpec, uint8_t* buffer);
-
-typedef void (*UpdateColumnsFn)(float* sums, const float* entering, const float* leaving, int32_t count);
-typedef void (*WindowRowFn)(const float* sums, float* out, int32_t width, int32_t mw, float factor);
-PxStatus FilterBoxBorderWithRows(UpdateColumnsFn updateColumns, WindowRowFn windowRow, const float* src,
-                                 int32_t srcStep, float* dst, int32_t dstStep, PxSize roi, PxSize mask,
-                                 int32_t borderType, const float* borderValue, uint8_t* buffer);
 
 namespace {
 
@@ -194,4 +183,11 @@ PxStatus FilterBoxBorderAvx2(const float* src, int32_t srcStep, float* dst, int3
                              PxSize mask, int32_t borderType, const float* borderValue, uint8_t* buffer) {
     return FilterBoxBorderWithRows(UpdateColumnsAvx2, WindowRowAvx2, src, srcStep, dst, dstStep, roi, mask,
                                    borderType, borderValue, buffer);
+}
+
+PxStatus FilterBorderRingAvx2(const float* src, int32_t srcStep, int32_t srcRingRows, float* dst, int32_t dstStep,
+                              int32_t dstRingRows, PxSize roi, int32_t firstRow, int32_t endRow, int32_t borderType,
+                              const float* borderValue, const PxFilterBorderSpec* filterSpec, uint8_t* buffer) {
+    return FilterBorderRingWithRows(FilterRowsAvx2, src, srcStep, srcRingRows, dst, dstStep, dstRingRows, roi,
+                                    firstRow, endRow, borderType, borderValue, filterSpec, buffer);
 }

@@ -39,6 +39,15 @@ PxStatus PxFilterBorder_32f(const float* src, int32_t srcStep, float* dst, int32
                             int32_t borderType, const float* borderValue, const PxFilterBorderSpec* filterSpec,
                             uint8_t* buffer);
 
+// PxFilterBorder_32f for the output rows firstRow to endRow - 1 of an image of roi.height rows, for computations
+// that make and drop an image's rows in order: source row k is read at src + (k % srcRingRows) * srcStep and
+// output row y written at dst + (y % dstRingRows) * dstStep. Only the source rows that these output rows reach
+// through the border rule are read; they must be in their places. Every pixel gets the bits of the whole-image
+// call, with the same specification and a work buffer of the size queried for the whole roi.
+PxStatus PxFilterBorderRows_32f(const float* src, int32_t srcStep, int32_t srcRingRows, float* dst, int32_t dstStep,
+                                int32_t dstRingRows, PxSize roi, int32_t firstRow, int32_t endRow, int32_t borderType,
+                                const float* borderValue, const PxFilterBorderSpec* filterSpec, uint8_t* buffer);
+
 // Size in bytes of the work buffer of one PxFilterBoxBorder_32f call.
 PxStatus PxFilterBoxBorderGetBufferSize(PxSize roi, PxSize mask, int32_t dataType, int32_t numChannels,
                                         int32_t* bufferSize);

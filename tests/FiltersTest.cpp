@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -139,6 +141,46 @@ TEST_P(FilterForms, SourceStepIsHonoured) {
     const std::vector<float> kernel(15, 0.25f);
     Plane view{23, 12, padded.v};
     EXPECT_EQ(Filter(view, kernel, {5, 3}, PxBorderMirror, 29), Filter(tight, kernel, {5, 3}, PxBorderMirror));
+}
+
+// Output rows made a few at a time from a ring of source rows into a ring of output rows, as a streaming
+// computation makes them, have the bits of the whole-image call, also where the rows a pixel reaches wrap around.
+TEST_P(FilterForms, RowsThroughRingsMatchTheWholeImage) {
+    std::mt19937 random(23);
+    for (int round = 0; round < 24; ++round) {
+        const PxSize k{1 + 2 * int(random() % 5), 1 + 2 * int(random() % 4)};
+        const Plane p = Random(1 + int(random() % 70), 1 + int(random() % 40), random);
+        std::vector<float> kernel(size_t(k.width) * k.height);
+        for (float& f : kernel) f = float(random() % 2001) / 1000.0f - 1.0f;
+        const int border = round % 2 ? PxBorderMirror : PxBorderReplicate;
+        const std::vector<float> whole = Filter(p, kernel, k, border);
+
+        int32_t specSize = 0, bufferSize = 0;
+        ASSERT_EQ(PxFilterBorderGetSize(k, {p.width, p.height}, 13, 13, 1, &specSize, &bufferSize), PxStatusOk);
+        std::vector<uint8_t> block(size_t(bufferSize) + specSize);
+        auto* filterSpec = reinterpret_cast<PxFilterBorderSpec*>(block.data() + bufferSize);
+        ASSERT_EQ(PxFilterBorderInit_32f(kernel.data(), k, 13, 1, 2, filterSpec), PxStatusOk);
+        const int reach = k.height / 2, step = 1 + int(random() % 3);
+        const int sourceRows = 2 * reach + step + int(random() % 8), outputRows = step + int(random() % 3);
+        std::vector<float> sourceRing(size_t(p.width) * sourceRows), outputRing(size_t(p.width) * outputRows);
+        std::vector<float> rows(whole.size(), -999.0f);
+        const float zero = 0.0f;
+        int put = 0;
+        for (int y = 0; y < p.height; y += step) {
+            const int end = std::min(p.height, y + step);
+            // Every source row these outputs reach; the ring still holds the oldest of them.
+            for (; put < std::min(p.height, end + reach); ++put)
+                std::copy_n(&p.v[size_t(put) * p.width], p.width, &sourceRing[size_t(put % sourceRows) * p.width]);
+            ASSERT_EQ(PxFilterBorderRows_32f(sourceRing.data(), p.width * 4, sourceRows, outputRing.data(),
+                                             p.width * 4, outputRows, {p.width, p.height}, y, end, border, &zero,
+                                             filterSpec, block.data()),
+                      PxStatusOk);
+            for (int r = y; r < end; ++r)
+                std::copy_n(&outputRing[size_t(r % outputRows) * p.width], p.width, &rows[size_t(r) * p.width]);
+        }
+        ASSERT_EQ(0, std::memcmp(rows.data(), whole.data(), whole.size() * sizeof(float)))
+            << k.width << "x" << k.height << " on " << p.width << "x" << p.height << " border " << border;
+    }
 }
 
 TEST(FilterAvx2, MatchesScalarWithinRounding) {
