@@ -58,3 +58,30 @@ void MeanFilter3x3(FilterScratch& scratch, ImageBuffer32& dst, const ImageBuffer
     Require(PxFilterBoxBorder_32f(src.data, step, dst.data, step, roi, window, PxBorderReplicate, &borderValue,
                                   scratch.data));
 }
+
+void RingFilter::Setup(uint32_t planeWidth, uint32_t planeHeight, int32_t border, const FilterKernel& kernel) {
+    if (kernel.coefficients == nullptr) throw false;
+    width = planeWidth;
+    height = planeHeight;
+    borderType = border;
+    reachBelow = kernel.height - 1 - (kernel.height - 1) / 2;
+    if (width == 0 || height == 0) return;
+    const PxSize kernelSize = {int32_t(kernel.width), int32_t(kernel.height)};
+    int32_t specSize = 0, bufferSize = 0;
+    Require(PxFilterBorderGetSize(kernelSize, {int32_t(width), int32_t(height)}, PxType32f, PxType32f, 1, &specSize,
+                                  &bufferSize));
+    scratch.Grow(uint32_t(bufferSize) + uint32_t(specSize));
+    bufferBytes = uint32_t(bufferSize);
+    Require(PxFilterBorderInit_32f(kernel.coefficients, kernelSize, PxType32f, 1, 2,
+                                   reinterpret_cast<PxFilterBorderSpec*>(scratch.data + bufferBytes)));
+}
+
+void RingFilter::Rows(const RowRing<float>& src, const RowRing<float>& dst, uint32_t firstRow, uint32_t endRow) {
+    if (width == 0 || height == 0 || firstRow >= endRow) return;
+    const float borderValue = 0.0f;
+    const int32_t step = int32_t(width * sizeof(float));
+    Require(PxFilterBorderRows_32f(src.data, step, int32_t(src.rows), dst.data, step, int32_t(dst.rows),
+                                   {int32_t(width), int32_t(height)}, int32_t(firstRow), int32_t(endRow), borderType,
+                                   &borderValue, reinterpret_cast<const PxFilterBorderSpec*>(scratch.data + bufferBytes),
+                                   scratch.data));
+}

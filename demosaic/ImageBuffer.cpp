@@ -1,5 +1,6 @@
 #include "demosaic/ImageBuffer.h"
 
+#include "demosaic/SiteMasks.h"
 #include "platform/Platform.h"
 #include "primitives/Px.h"
 
@@ -147,12 +148,5 @@ void ImageBuffer64::Subtract(const ImageBuffer64& a, const ImageBuffer64& b) {
 void ImageBuffer64::FillSitePattern(uint32_t pattern) {
     if (data == nullptr) throw false;
     if (width % 4 != 0 || height % 2 != 0 || height < 2) return;
-    for (uint32_t y = 0; y < height; ++y) {
-        const double first = PatternByte(pattern, int(y & 1) * 2), second = PatternByte(pattern, int(y & 1) * 2 + 1);
-        double* row = data + size_t(y) * width;
-        for (uint32_t x = 0; x < width; x += 2) {
-            row[x] = first;
-            row[x + 1] = second;
-        }
-    }
+    for (uint32_t y = 0; y < height; ++y) FillSitePatternRow(data + size_t(y) * width, pattern, y, width);
 }

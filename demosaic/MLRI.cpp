@@ -33,9 +33,7 @@ struct ColourResidualTable {
 };
 constexpr ColourResidualTable colourResidual7x7;
 
-// The site count of a window without samples, and the floor of a window's error: 1e-9 in single precision.
-constexpr double countFloor = 1e-32;
-constexpr double errorFloor = double(1e-9f);
+// The floor of the mean gradient size squared: 1e-9 in single precision.
 constexpr float gradientFloor = 1e-9f;
 
 template <class Element>
@@ -110,10 +108,6 @@ void MLRI::BuildSideKernel(float table[9], double sigma, int32_t side) {
         const int k = side < 0 ? i - 4 : 4 - i;  // distance from the pixel on the weighed side
         table[i] = k < 0 ? 0.0f : e[k] / total;
     }
-}
-
-void MLRI::BoxSumOn(ImageBuffer64& image, uint32_t window, int32_t rowParity) {
-    BoxSum(boxRing, image, window, window, rowParity);
 }
 
 bool MLRI::Interpolate(const void* src, int32_t srcStride) {
@@ -239,93 +233,5 @@ void MLRI::DirectionalGreen(uint32_t direction) {
 
 void MLRI::ResidualFit(ImageBuffer32& out, const ImageBuffer32& source, const KernelSpec& fitKernel,
                        const KernelSpec& residualKernel, uint32_t site, uint32_t window) {
-    const int32_t p = RowParity(site);
-    const int32_t n = Count(source);
-    const uint32_t un = uint32_t(n);
-    const uint32_t width = source.width, height = source.height;
-    if (source.Size() != raw.Size()) throw false;
-
-    // y: the samples to explain; x: the guide at the same sites.
-    ImageBuffer32 x, y;
-    x.Resize(width, height);
-    MaskBySites(x.data, source.data, site, width, height);
-    y.Resize(raw.width, raw.height);
-    MaskBySites(y.data, raw.data, site, width, height);
-
-    ImageBuffer64 slope, offset, count, error, sum;
-    {
-        // The slope minimises the energy of the Laplacian of the residual. The masked planes stay zero on the
-        // other row parity through these filters, which reach only even offsets and mirror about the edge.
-        ImageBuffer32 lapX, lapY;
-        FilterImage(filterScratch, lapX, x, PxBorderMirror, fitKernel.width, fitKernel.height, fitKernel.coefficients);
-        FilterImage(filterScratch, lapY, y, PxBorderMirror, fitKernel.width, fitKernel.height, fitKernel.coefficients);
-        slope.Resize(width, height);
-        ProductToDouble(slope.data, lapX.data, lapY.data, un);
-        lapY.Release();
-        BoxSumOn(slope, window, p);
-        sum.Resize(width, height);
-        SquareToDouble(sum.data, lapX.data, un);
-    }
-    BoxSumOn(sum, window, p);
-    PxAddC_64f_I(epsilon, sum.data, n);
-    PxDiv_64f_I(sum.data, slope.data, n);
-
-    // offset = mean(y) - slope * mean(x), the means over the window's sites.
-    offset.Resize(width, height);
-    PxConvert_32f64f(y.data, offset.data, n);
-    BoxSumOn(offset, window, p);
-    PxConvert_32f64f(x.data, sum.data, n);
-    BoxSumOn(sum, window, p);
-    PxMul_64f_I(slope.data, sum.data, n);
-    PxSub_64f_I(sum.data, offset.data, n);
-    count.Resize(width, height);
-    count.FillSitePattern(site);
-    BoxSumOn(count, window, p);
-    PxThresholdLT_64f_I(count.data, n, countFloor);
-    PxInv_64f(count.data, count.data, n);
-    PxMul_64f_I(count.data, offset.data, n);
-
-    // The mean squared error of the window's line over its sites:
-    // ((sum x^2 * slope - 2 sum xy) * slope + sum y^2) / count - offset^2.
-    SquareToDouble(sum.data, x.data, un);
-    BoxSumOn(sum, window, p);
-    error.Resize(width, height);
-    PxMul_64f(sum.data, slope.data, error.data, n);
-    ProductToDouble(sum.data, x.data, y.data, un);
-    BoxSumOn(sum, window, p);
-    PxMulC_64f_I(2.0, sum.data, n);
-    PxSub_64f_I(sum.data, error.data, n);
-    PxMul_64f_I(slope.data, error.data, n);
-    SquareToDouble(sum.data, y.data, un);
-    BoxSumOn(sum, window, p);
-    PxAdd_64f_I(sum.data, error.data, n);
-    PxMul_64f_I(count.data, error.data, n);
-    count.Release();
-    PxSqr_64f(offset.data, sum.data, n);
-    PxSub_64f_I(sum.data, error.data, n);
-
-    // The window's weight is the reciprocal of its error, floored; the weighted lines of all windows over a pixel
-    // are averaged there. A fit exists at every pixel, so these sums take every row.
-    ImageBuffer64& w = error;
-    PxThresholdLT_64f_I(w.data, n, errorFloor);
-    PxInv_64f(w.data, w.data, n);
-    PxMul_64f_I(w.data, offset.data, n);
-    PxMul_64f_I(w.data, slope.data, n);
-    BoxSumOn(offset, window, 0);
-    BoxSumOn(slope, window, 0);
-    BoxSumOn(w, window, 0);
-
-    PxConvert_32f64f(source.data, sum.data, n);
-    PxMul_64f_I(slope.data, sum.data, n);
-    PxAdd_64f_I(offset.data, sum.data, n);
-    PxDiv_64f_I(w.data, sum.data, n);
-    out.Resize(width, height);
-    PxConvert_64f32f(sum.data, out.data, n);
-    // Only the fit is clamped: the residual added below restores a sampled site exactly.
-    PxThresholdLT_32f_I(out.data, n, 0.0f);
-
-    SubtractBySites(y, out, site);
-    FilterImage(filterScratch, x, y, PxBorderReplicate, residualKernel.width, residualKernel.height,
-                residualKernel.coefficients);
-    PxAdd_32f_I(x.data, out.data, n);
+    fit.Run(out, source, raw, fitKernel, residualKernel, site, window, epsilon);
 }

@@ -4,10 +4,10 @@
 // sampled sites is interpolated and added back. Float planes and double statistics in raw sensor units; scale 1.
 #pragma once
 
-#include "demosaic/BoxSum.h"
 #include "demosaic/DeBayerHQ.h"
 #include "demosaic/FilterKit.h"
 #include "demosaic/ImageBuffer.h"
+#include "demosaic/MLRIFit.h"
 
 #include <cstdint>
 
@@ -29,12 +29,7 @@ public:
     void GetPlaneGeometry(uint32_t* planeWidth, uint32_t* planeRowBytes, uint32_t* planeHeight) override;
     bool GetResultPlanes(void* planes[3]) override;
 
-    // A filter kernel: width by height coefficients, row by row.
-    struct KernelSpec {
-        uint32_t width;
-        uint32_t height;
-        const float* coefficients;
-    };
+    using KernelSpec = FilterKernel;
 
     // The normalised one-sided Gaussian of 9 taps: side -1 weighs the pixel (index 4) and the four after it,
     // side +1 the pixel and the four before it. Single precision throughout.
@@ -55,7 +50,6 @@ private:
     // plus the residual at those sites interpolated by residualKernel.
     void ResidualFit(ImageBuffer32& out, const ImageBuffer32& source, const KernelSpec& fitKernel,
                      const KernelSpec& residualKernel, uint32_t site, uint32_t window);
-    void BoxSumOn(ImageBuffer64& image, uint32_t window, int32_t rowParity);
 
     double epsilon = 1e-9;
     double sigma = 1.0;
@@ -69,7 +63,7 @@ private:
     uint32_t siteColourEven = 0;
     uint32_t siteGreenOdd = 0;
     uint32_t siteColourOdd = 0;
-    BoxRing boxRing;
     FilterScratch filterScratch;
+    MLRIFit fit;  // the rings of the residual fit, kept from frame to frame
     ImageBlockPool imagePool;  // the blocks of the images each step makes and drops, from frame to frame
 };

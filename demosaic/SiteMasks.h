@@ -34,6 +34,14 @@ constexpr int32_t RowParity(uint32_t pattern) {
 // PxStatusBadSize (width not a multiple of 8 or height odd), with nothing written; height 0 does nothing.
 PxStatus MaskBySites(float* dst, const float* src, uint32_t pattern, uint32_t width, uint32_t height);
 
+// Row y of the plane operations, for computations that make a plane's rows one by one: dst keeps src on the
+// sites of row y's parity that the pattern selects and gets +0.0 elsewhere; row -= other on those sites; row
+// gets the pattern's bytes of row y's parity as doubles, alternately. width is a multiple of 8; nothing is
+// checked.
+void MaskRowBySites(float* dst, const float* src, uint32_t pattern, uint32_t y, uint32_t width);
+void SubtractRowBySites(float* row, const float* other, uint32_t pattern, uint32_t y, uint32_t width);
+void FillSitePatternRow(double* row, uint32_t pattern, uint32_t y, uint32_t width);
+
 // dst[i] = a[i] * b[i] rounded to single precision, then widened: the single-precision rounding is part of the
 // result. count 0 does nothing; then PxStatusNullPointer, then PxStatusBadSize for a count that is no multiple of
 // 8, with nothing written.

@@ -166,8 +166,8 @@ TEST_F(MLRITest, FailedAllocationsFailTheFrameOnly) {
     const Bytes mosaic = Scene(PixelFormat::BayerBGGR, width, height, 3);
     Stage stage = MakeMLRI(width, height, in);
     ASSERT_NE(stage, nullptr);
-    // Ten fits of nine local images each, and the directional images.
-    EXPECT_GT(FailEachAllocationOfAFrame(*stage, mosaic, HeapInUse), 50u);
+    // The directional images; the fits keep their rows from frame to frame.
+    EXPECT_GE(FailEachAllocationOfAFrame(*stage, mosaic, HeapInUse), 8u);
 }
 
 }  // namespace
