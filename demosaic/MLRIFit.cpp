@@ -17,12 +17,12 @@ constexpr uint32_t spreadRows = 4;
 }  // namespace
 
 // Ring sizes follow from how far each step trails the newest sample row (see Run): a window sum holds its rows
-// from the last final one to the last one put in, at most v + 4 under the pace of Run and all rows of an image
+// from the last final one to the last one put in, at most v + 5 under the pace of Run, and all rows of an image
 // lower than the window; y is read until the residual spread has passed it, about 2 v + fitReach + 2
 // residualReach + 7 rows behind the newest row.
 void MLRIFit::Reserve(uint32_t width, uint32_t height, uint32_t window, uint32_t fitReach, uint32_t residualReach) {
     const uint32_t v = window >> 1;
-    const uint32_t windowSumRows = std::min(height, 2 * v + 8);
+    const uint32_t windowSumRows = std::min(height, std::max(v + 6, 2 * v + 1));
     x.Resize(width, std::min(height, 2 * fitReach + 6));
     y.Resize(width, std::min(height, 2 * v + fitReach + 2 * residualReach + 12));
     lapX.Resize(width, std::min(height, 2u));
