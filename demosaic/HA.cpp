@@ -11,12 +11,13 @@ namespace {
 
 constexpr int32_t ring = 2;  // rows above and below, columns left and right
 
-// Rows per band: the three planes' rows of a band and the few rows of lag behind it stay in the L2 cache.
+// Rows per band: the three planes' rows of a band and the few rows of lag behind it stay in the L2 cache. The
+// count is even, so that the steps get whole row pairs, which the wide kernels take together.
 constexpr int32_t bandBytes = 256 * 1024;
 
 int32_t RowsPerBand(int32_t planeStride) {
     const int32_t rows = bandBytes / (3 * planeStride);
-    return rows < 8 ? 8 : rows > 64 ? 64 : rows;
+    return (rows < 8 ? 8 : rows > 64 ? 64 : rows) & ~1;
 }
 
 // The row a ring row takes its samples from: reflection about the edge row without repeating it, folding back
@@ -64,7 +65,8 @@ bool HA::AllocateWorkspace(const void*) {
 bool HA::SetParameter(uint32_t, const void*) { return true; }
 
 HAPlanes HA::Planes() const {
-    return HAPlanes{planeG, planeEven, planeOdd, planeStride / 2, int32_t(width), int32_t(height), BayerPhase};
+    return HAPlanes{planeG, planeEven, planeOdd, planeStride / 2, int32_t(width), int32_t(height), BayerPhase,
+                    int32_t(inFormat.bitDepth)};
 }
 
 int32_t HA::BandRows() const { return RowsPerBand(planeStride); }
@@ -141,8 +143,7 @@ bool HA::Interpolate(const void* src, int32_t srcStride) {
         // stay two rows behind green as well as one row behind the green they read.
         const int32_t colourEnd = !greenTop ? done : green == h && greenBottom ? h : green - 2;
         if (colourEnd > done) {
-            kernels->colourAtGreen(planes, done, colourEnd);
-            kernels->colourAtColour(planes, done, colourEnd);
+            kernels->colour(planes, done, colourEnd);
             done = colourEnd;
         }
 

@@ -104,6 +104,11 @@ void HAColourAtColourScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow)
     }
 }
 
+void HAColourScalar(const HAPlanes& p, int32_t firstRow, int32_t endRow) {
+    HAColourAtGreenScalar(p, firstRow, endRow);
+    HAColourAtColourScalar(p, firstRow, endRow);
+}
+
 // Everything here is unsigned 16-bit arithmetic with wrap-around, and results are packed in place from the
 // start of the plane: an output row never reaches the input rows still to be read.
 void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*height*/, int32_t scale,
@@ -170,8 +175,7 @@ void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*h
 }
 
 const HAKernelSet& HAKernelsFor(bool avx2) {
-    static const HAKernelSet scalar{HALoadScalar, HAGreenScalar, HAColourAtGreenScalar, HAColourAtColourScalar,
-                                    HAReduceScalar};
-    static const HAKernelSet wide{HALoadAvx2, HAGreenAvx2, HAColourAtGreenAvx2, HAColourAtColourAvx2, HAReduceAvx2};
+    static const HAKernelSet scalar{HALoadScalar, HAGreenScalar, HAColourScalar, HAReduceScalar};
+    static const HAKernelSet wide{HALoadAvx2, HAGreenAvx2, HAColourAvx2, HAReduceAvx2};
     return avx2 ? wide : scalar;
 }

@@ -1,7 +1,8 @@
 // Plane kernels of the Hamilton-Adams interpolation over 16-bit working planes. Each kernel has a plain scalar
 // form, the definition, and an AVX2 form with the same signature that gives the same bits: every step is exact
-// integer arithmetic. The wide forms take 16 columns at a time, eight sites of one parity in the 32-bit lanes
-// of a 256-bit vector, and write back with a word blend so the other parity stays untouched.
+// integer arithmetic. The wide forms take 16 columns at a time: for samples of up to 8 bits the sites of two
+// neighbouring rows in the 16-bit lanes of a 256-bit vector, for deeper samples eight sites of one parity in
+// the 32-bit lanes; both write back with a word blend, so the words of other sites keep their values.
 #pragma once
 
 #include <cstddef>
@@ -18,6 +19,10 @@ struct HAPlanes {
     int32_t width;
     int32_t height;
     int32_t phase;  // BayerPhase: bit 1 set when row 0 begins with a green sample
+    // Bits per sensor sample. Up to 8, the colour planes hold at most 8 * 255 and green at most 12 * 255, as the
+    // steps leave them for such samples; every value the interpolation computes then lies within -12240 to
+    // 20400, and the wide forms work in signed 16-bit lanes.
+    int32_t sampleDepth = 16;
 };
 
 // The interpolation kernels work on the rows `firstRow` to `endRow` - 1 of the planes. Each reads the rows up
@@ -31,10 +36,9 @@ using HALoadKernel = void (*)(const HAPlanes& planes, const void* src, intptr_t 
 // Green at the colour sites, reading the mosaic from `odd` for even rows and from `even` for odd rows and
 // writing `g` only.
 using HAGreenKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
-// Each colour at the green sites (horizontal pass, then vertical), from the interpolated green.
-using HAColourAtGreenKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
-// Each colour at the sites of the other colour, from its diagonal neighbours.
-using HAColourAtColourKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+// Both colour steps from the interpolated green: each colour at the green sites (horizontal pass, then
+// vertical), then each colour at the sites of the other colour, from its diagonal neighbours.
+using HAColourKernel = void (*)(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 
 // Output reduction of one plane in place, output rows `firstOut` to `endOut` - 1. `plane` is element (0, 0),
 // `stride` elements between rows. `inDepth` and `outDepth` are the stage's input and output bit depths;
@@ -48,24 +52,24 @@ using HAReduceKernel = void (*)(uint16_t* plane, intptr_t stride, int32_t width,
 struct HAKernelSet {
     HALoadKernel load;
     HAGreenKernel green;
-    HAColourAtGreenKernel colourAtGreen;
-    HAColourAtColourKernel colourAtColour;
+    HAColourKernel colour;
     HAReduceKernel reduce;
 };
 
 void HALoadScalar(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
                   int32_t endRow);
 void HAGreenScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+// The two colour steps on their own, and both in order.
 void HAColourAtGreenScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 void HAColourAtColourScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourScalar(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 void HAReduceScalar(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
                     int32_t outDepth, uint8_t* rowScratch, int32_t firstOut, int32_t endOut);
 
 void HALoadAvx2(const HAPlanes& planes, const void* src, intptr_t srcStride, bool deep, int32_t firstRow,
                 int32_t endRow);
 void HAGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
-void HAColourAtGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
-void HAColourAtColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
+void HAColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow);
 void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t height, int32_t scale, int32_t inDepth,
                   int32_t outDepth, uint8_t* rowScratch, int32_t firstOut, int32_t endOut);
 

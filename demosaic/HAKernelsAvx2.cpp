@@ -19,6 +19,12 @@
 
 namespace {
 
+// The column parity of the colour sites of row y.
+inline int32_t ColourParity(const HAPlanes& planes, int32_t y) { return ((planes.phase >> 1) & 1) ^ (y & 1); }
+
+// Whether every value of the interpolation fits signed 16-bit lanes.
+inline bool Narrow(const HAPlanes& planes) { return planes.sampleDepth <= 8; }
+
 inline __m256i Load(const uint16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 
 inline void Store(uint16_t* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
@@ -151,6 +157,149 @@ void ColourAtColourRow(const uint16_t* g, uint16_t* x, intptr_t stride, int32_t 
     }
 }
 
+// ---- 16-bit lanes over row pairs (samples of up to 8 bits) ----
+//
+// The sites a step fills in row y lie at one column parity and those in row y + 1 at the other, so the two
+// rows' sites make up all 16 words of a 16-column vector. Each operand sits at the same offset from its site in
+// both rows: it is loaded from each row and the words of each row's parity taken with a blend. Every value
+// then fits signed 16 bits (see HAPlanes::sampleDepth), so the arithmetic of the 32-bit form runs word-wise
+// on 16 sites at once.
+
+// The words of `first` at the parity-Q columns and those of `second` at the others.
+template <int Q>
+inline __m256i Pair(__m256i first, __m256i second) {
+    return _mm256_blend_epi16(first, second, Q == 0 ? 0xAA : 0x55);
+}
+
+template <int Q>
+inline __m256i PairAt(const uint16_t* first, const uint16_t* second) {
+    return Pair<Q>(Load(first), Load(second));
+}
+
+// The results of a row pair written back: the parity-Q words to the first row, the others to the second.
+template <int Q>
+inline void StorePair(uint16_t* first, uint16_t* second, __m256i values) {
+    Store(first, Pair<Q>(values, Load(first)));
+    Store(second, Pair<Q>(Load(second), values));
+}
+
+// As Choose, from the sum of two picks: the smaller gradient's estimate twice, or both estimates on a tie. That
+// sum is twice T, so one shift by 2 gives T >> 1; it stays within 16 bits as the sum of both estimates does.
+inline __m256i Choose16(__m256i estimate1, __m256i estimate2, __m256i gradient1, __m256i gradient2) {
+    const __m256i first = _mm256_blendv_epi8(estimate2, estimate1, _mm256_cmpgt_epi16(gradient2, gradient1));
+    const __m256i second = _mm256_blendv_epi8(estimate1, estimate2, _mm256_cmpgt_epi16(gradient1, gradient2));
+    return _mm256_max_epi16(_mm256_srai_epi16(_mm256_add_epi16(first, second), 2), _mm256_setzero_si256());
+}
+
+inline __m256i AlongPair16(__m256i twoGreen, __m256i green1, __m256i green2, __m256i colour1, __m256i colour2) {
+    const __m256i laplacian = _mm256_sub_epi16(_mm256_sub_epi16(twoGreen, green1), green2);
+    const __m256i sum = _mm256_add_epi16(_mm256_add_epi16(colour1, colour2), laplacian);
+    return _mm256_max_epi16(_mm256_srai_epi16(sum, 1), _mm256_setzero_si256());
+}
+
+// Columns x - 1 to x + 14 from the vectors of columns x - 16 to x - 1 and x to x + 15.
+inline __m256i ShiftInLeft(__m256i previous, __m256i current) {
+    return _mm256_alignr_epi8(current, _mm256_permute2x128_si256(previous, current, 0x21), 14);
+}
+
+// Green at the sites of rows y and y + 1, whose mosaic rows are `m0` and `m1`; row y's sites have parity Q.
+template <int Q>
+void GreenRowPair(const uint16_t* m0, const uint16_t* m1, uint16_t* g0, uint16_t* g1, intptr_t stride,
+                  int32_t width) {
+    for (int32_t x = 0; x < width; x += 16) {
+        const auto at = [&](intptr_t offset) { return PairAt<Q>(m0 + x + offset, m1 + x + offset); };
+        const __m256i c = at(0);
+        const __m256i gl = at(-1), gr = at(1), cl = at(-2), cr = at(2);
+        const __m256i gu = at(-stride), gd = at(stride), cu = at(-2 * stride), cd = at(2 * stride);
+
+        const __m256i ch = _mm256_sub_epi16(c, _mm256_srai_epi16(_mm256_add_epi16(cl, cr), 1));
+        const __m256i cv = _mm256_sub_epi16(c, _mm256_srai_epi16(_mm256_add_epi16(cu, cd), 1));
+        const __m256i hSum = _mm256_add_epi16(_mm256_add_epi16(gl, gr), ch);
+        const __m256i vSum = _mm256_add_epi16(_mm256_add_epi16(gu, gd), cv);
+        const __m256i h =
+            _mm256_add_epi16(_mm256_abs_epi16(_mm256_sub_epi16(gl, gr)), _mm256_slli_epi16(_mm256_abs_epi16(ch), 1));
+        const __m256i v =
+            _mm256_add_epi16(_mm256_abs_epi16(_mm256_sub_epi16(gu, gd)), _mm256_slli_epi16(_mm256_abs_epi16(cv), 1));
+        StorePair<Q>(g0 + x, g1 + x, Choose16(hSum, vSum, h, v));
+    }
+}
+
+// Both colour steps at rows y and y + 1, whose colour sites have parity Q in row y and the other parity in row
+// y + 1. `own0` and `other1` are rows y and y + 1 of the plane of row y's colour, `own1` and `other0` rows
+// y + 1 and y of the other colour plane. The own rows get their colour at the green sites from the left and
+// right; the other rows get theirs at the green sites from above and below and at the colour sites from the
+// diagonals, which fills them completely. The two steps read only real samples of the colour planes, which
+// neither writes, so they run together and share their loads. The left neighbours in the own rows are shifted
+// in from the previous group's load rather than loaded, as a load one column to the left would partly overlap
+// the previous group's store and wait for it to retire.
+template <int Q>
+void ColourRowPair(const uint16_t* g0, uint16_t* own0, uint16_t* own1, uint16_t* other0, uint16_t* other1,
+                   intptr_t stride, int32_t width) {
+    constexpr int R = 1 - Q;  // the parity of row y's green sites
+    const uint16_t* g1 = g0 + stride;
+    const uint16_t* aboveOther0 = other0 - stride;  // row y - 1, real samples of that colour
+    const uint16_t* belowOther1 = other1 + stride;  // row y + 2
+    __m256i previous0 = _mm256_setzero_si256(), previous1 = _mm256_setzero_si256();
+    for (int32_t x = 0; x < width; x += 16) {
+        const __m256i current0 = Load(own0 + x), current1 = Load(own1 + x);
+        const __m256i left0 = x == 0 ? Load(own0 - 1) : ShiftInLeft(previous0, current0);
+        const __m256i left1 = x == 0 ? Load(own1 - 1) : ShiftInLeft(previous1, current1);
+        const __m256i right0 = Load(own0 + x + 1), right1 = Load(own1 + x + 1);
+        previous0 = current0, previous1 = current1;
+        const __m256i green0 = Load(g0 + x), green1 = Load(g1 + x);
+        const __m256i greenLeft0 = Load(g0 + x - 1), greenLeft1 = Load(g1 + x - 1);
+        const __m256i greenRight0 = Load(g0 + x + 1), greenRight1 = Load(g1 + x + 1);
+        const uint16_t* above = g0 + x - stride;
+        const uint16_t* below = g1 + x + stride;
+
+        // Colour at the green sites.
+        const __m256i twoGreenAtGreen = _mm256_slli_epi16(Pair<R>(green0, green1), 1);
+        const __m256i along =
+            AlongPair16(twoGreenAtGreen, Pair<R>(greenLeft0, greenLeft1), Pair<R>(greenRight0, greenRight1),
+                        Pair<R>(left0, left1), Pair<R>(right0, right1));
+        const __m256i across = AlongPair16(twoGreenAtGreen, Pair<R>(Load(above), green0),
+                                           Pair<R>(green1, Load(below)), Pair<R>(Load(aboveOther0 + x), current0),
+                                           Pair<R>(current1, Load(belowOther1 + x)));
+
+        // Colour at the colour sites of the other colour.
+        const __m256i twoGreen = _mm256_slli_epi16(Pair<Q>(green0, green1), 1);
+        const __m256i gul = Pair<Q>(Load(above - 1), greenLeft0), gur = Pair<Q>(Load(above + 1), greenRight0);
+        const __m256i gdl = Pair<Q>(greenLeft1, Load(below - 1)), gdr = Pair<Q>(greenRight1, Load(below + 1));
+        const __m256i xul = Pair<Q>(Load(aboveOther0 + x - 1), left0);
+        const __m256i xur = Pair<Q>(Load(aboveOther0 + x + 1), right0);
+        const __m256i xdl = Pair<Q>(left1, Load(belowOther1 + x - 1));
+        const __m256i xdr = Pair<Q>(right1, Load(belowOther1 + x + 1));
+        const __m256i a = _mm256_sub_epi16(_mm256_sub_epi16(twoGreen, gul), gdr);
+        const __m256i b = _mm256_sub_epi16(_mm256_sub_epi16(twoGreen, gur), gdl);
+        const __m256i sum1 = _mm256_add_epi16(_mm256_add_epi16(xul, xdr), a);
+        const __m256i sum2 = _mm256_add_epi16(_mm256_add_epi16(xur, xdl), b);
+        const __m256i d1 = _mm256_add_epi16(_mm256_abs_epi16(_mm256_sub_epi16(xul, xdr)), _mm256_abs_epi16(a));
+        const __m256i d2 = _mm256_add_epi16(_mm256_abs_epi16(_mm256_sub_epi16(xur, xdl)), _mm256_abs_epi16(b));
+        const __m256i diagonal = Choose16(sum1, sum2, d1, d2);
+
+        Store(own0 + x, Pair<R>(along, current0));
+        Store(own1 + x, Pair<R>(current1, along));
+        Store(other0 + x, Pair<R>(across, diagonal));
+        Store(other1 + x, Pair<R>(diagonal, across));
+    }
+}
+
+// Columns per strip of the row-pair loops. A pair reads up to twelve plane rows, which at full width can exceed
+// the L1 cache; within a strip the rows a pair shares with the next are still there when it reads them.
+constexpr int32_t stripColumns = 512;
+
+// Calls pair(y, x, columns) for the row pairs from `firstRow` on, a strip of columns at a time, and returns the
+// first row left without a partner.
+template <class Body>
+int32_t ForRowPairs(const HAPlanes& planes, int32_t firstRow, int32_t endRow, Body pair) {
+    const int32_t pairsEnd = firstRow + ((endRow - firstRow) & ~1);
+    for (int32_t x = 0; x < planes.width; x += stripColumns) {
+        const int32_t columns = planes.width - x < stripColumns ? planes.width - x : stripColumns;
+        for (int32_t y = firstRow; y < pairsEnd; y += 2) pair(y, x, columns);
+    }
+    return pairsEnd;
+}
+
 // The ring columns of one row, mirrored about the edge samples.
 inline void MirrorColumns(uint16_t* row, int32_t width) {
     row[-2] = row[2];
@@ -187,11 +336,15 @@ inline void StorePart(uint8_t* out, __m128i bytes, int32_t count) {
     for (int32_t i = 0; i < count; ++i) out[i] = lanes[i];
 }
 
+// The limit is left to the pack's saturation when `Limit` is false.
+template <bool Limit>
 inline __m256i Scale1Bytes(__m256i v, __m128i shift, __m256i limit) {
-    return _mm256_min_epu16(_mm256_srl_epi16(_mm256_add_epi16(v, Words(4)), shift), limit);
+    const __m256i shifted = _mm256_srl_epi16(_mm256_add_epi16(v, Words(4)), shift);
+    return Limit ? _mm256_min_epu16(shifted, limit) : shifted;
 }
 
 // One byte per sample; a shift count of 16 (input depth outside 5 to 20) gives zero, as the 16-bit shift does.
+template <bool Limit>
 void ReduceScale1Bytes(uint16_t* plane, intptr_t stride, int32_t width, int32_t firstOut, int32_t endOut,
                        int32_t inDepth, int32_t limit) {
     const int32_t count = inDepth - 5;
@@ -202,13 +355,13 @@ void ReduceScale1Bytes(uint16_t* plane, intptr_t stride, int32_t width, int32_t 
         uint8_t* out = reinterpret_cast<uint8_t*>(plane) + intptr_t(j) * width;
         int32_t x = 0;
         for (; x + 32 <= width; x += 32) {
-            const __m256i a = Scale1Bytes(Load(in + x), shift, maximum);
-            const __m256i b = Scale1Bytes(Load(in + x + 16), shift, maximum);
+            const __m256i a = Scale1Bytes<Limit>(Load(in + x), shift, maximum);
+            const __m256i b = Scale1Bytes<Limit>(Load(in + x + 16), shift, maximum);
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x),
                                 _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8));
         }
         if (x < width) {
-            const __m256i a = Scale1Bytes(Load(in + x), shift, maximum);
+            const __m256i a = Scale1Bytes<Limit>(Load(in + x), shift, maximum);
             const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, a), 0xD8);
             _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), _mm256_castsi256_si128(packed));
         }
@@ -376,49 +529,64 @@ void HALoadAvx2(const HAPlanes& planes, const void* src, intptr_t srcStride, boo
     }
 }
 
+// Samples of up to 8 bits take the 16-bit path over row pairs; deep samples, and a last row without a partner,
+// the 32-bit path a row at a time.
 void HAGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
-    const int32_t firstColour = (planes.phase >> 1) & 1;
-    for (int32_t k = 0; k < 2; ++k) {
-        // The estimates read the mosaic from a colour plane, which this step leaves untouched.
-        const uint16_t* mosaic = k == 0 ? planes.odd : planes.even;
-        const bool oddColumns = (firstColour ^ k) != 0;
-        for (int32_t y = firstRow + ((firstRow ^ k) & 1); y < endRow; y += 2) {
-            const intptr_t offset = y * planes.stride;
-            if (oddColumns)
-                GreenRow<1>(mosaic + offset, planes.g + offset, planes.stride, planes.width);
+    const intptr_t stride = planes.stride;
+    int32_t y = firstRow;
+    if (Narrow(planes))
+        y = ForRowPairs(planes, firstRow, endRow, [&](int32_t row, int32_t x, int32_t columns) {
+            // The estimates read the mosaic from a colour plane, which this step leaves untouched: for even rows
+            // the odd rows' colour plane, for odd rows the even rows'.
+            const intptr_t offset = row * stride + x;
+            const bool evenRow = (row & 1) == 0;
+            const uint16_t* m0 = (evenRow ? planes.odd : planes.even) + offset;
+            const uint16_t* m1 = (evenRow ? planes.even : planes.odd) + offset + stride;
+            uint16_t* g0 = planes.g + offset;
+            if (ColourParity(planes, row) != 0)
+                GreenRowPair<1>(m0, m1, g0, g0 + stride, stride, columns);
             else
-                GreenRow<0>(mosaic + offset, planes.g + offset, planes.stride, planes.width);
-        }
+                GreenRowPair<0>(m0, m1, g0, g0 + stride, stride, columns);
+        });
+    for (; y < endRow; ++y) {
+        const intptr_t offset = y * stride;
+        const uint16_t* mosaic = ((y & 1) == 0 ? planes.odd : planes.even) + offset;
+        if (ColourParity(planes, y) != 0)
+            GreenRow<1>(mosaic, planes.g + offset, stride, planes.width);
+        else
+            GreenRow<0>(mosaic, planes.g + offset, stride, planes.width);
     }
 }
 
-void HAColourAtGreenAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
-    // The two passes read only real samples of the colour planes, never a site either pass writes, so both
-    // run in one sweep over the rows.
-    const int32_t firstColour = (planes.phase >> 1) & 1;
-    for (int32_t y = firstRow; y < endRow; ++y) {
-        const intptr_t offset = y * planes.stride;
+void HAColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
+    // Each step reads only real samples of the colour planes, never a site either step writes, so both run in
+    // one sweep over the rows.
+    const intptr_t stride = planes.stride;
+    int32_t y = firstRow;
+    if (Narrow(planes))
+        y = ForRowPairs(planes, firstRow, endRow, [&](int32_t row, int32_t x, int32_t columns) {
+            const intptr_t offset = row * stride + x;
+            const bool evenRow = (row & 1) == 0;
+            uint16_t* own0 = (evenRow ? planes.even : planes.odd) + offset;
+            uint16_t* other0 = (evenRow ? planes.odd : planes.even) + offset;
+            if (ColourParity(planes, row) != 0)
+                ColourRowPair<1>(planes.g + offset, own0, other0 + stride, other0, own0 + stride, stride, columns);
+            else
+                ColourRowPair<0>(planes.g + offset, own0, other0 + stride, other0, own0 + stride, stride, columns);
+        });
+    for (; y < endRow; ++y) {
+        const intptr_t offset = y * stride;
         const bool evenRow = (y & 1) == 0;
         uint16_t* own = (evenRow ? planes.even : planes.odd) + offset;
         uint16_t* other = (evenRow ? planes.odd : planes.even) + offset;
-        const bool oddGreenColumns = (firstColour ^ (y & 1)) == 0;
-        if (oddGreenColumns)
-            ColourAtGreenRow<1>(planes.g + offset, own, other, planes.stride, planes.width);
-        else
-            ColourAtGreenRow<0>(planes.g + offset, own, other, planes.stride, planes.width);
-    }
-}
-
-void HAColourAtColourAvx2(const HAPlanes& planes, int32_t firstRow, int32_t endRow) {
-    const int32_t firstColour = (planes.phase >> 1) & 1;
-    for (int32_t y = firstRow; y < endRow; ++y) {
-        const intptr_t offset = y * planes.stride;
-        // Even rows fill the odd rows' colour, odd rows the even rows' colour.
-        uint16_t* x = ((y & 1) == 0 ? planes.odd : planes.even) + offset;
-        if ((firstColour ^ (y & 1)) != 0)
-            ColourAtColourRow<1>(planes.g + offset, x, planes.stride, planes.width);
-        else
-            ColourAtColourRow<0>(planes.g + offset, x, planes.stride, planes.width);
+        // Green sites lie where the row's colour sites do not; the other colour fills the colour sites.
+        if (ColourParity(planes, y) == 0) {
+            ColourAtGreenRow<1>(planes.g + offset, own, other, stride, planes.width);
+            ColourAtColourRow<0>(planes.g + offset, other, stride, planes.width);
+        } else {
+            ColourAtGreenRow<0>(planes.g + offset, own, other, stride, planes.width);
+            ColourAtColourRow<1>(planes.g + offset, other, stride, planes.width);
+        }
     }
 }
 
@@ -430,8 +598,11 @@ void HAReduceAvx2(uint16_t* plane, intptr_t stride, int32_t width, int32_t /*hei
     const int32_t byteLimit = maxValue < 255 ? maxValue : 255;
     switch (scale) {
         case 1:
-            if (outDepth == 8)
-                ReduceScale1Bytes(plane, stride, width, firstOut, endOut, inDepth, byteLimit);
+            // A shift by at least 1 leaves at most 0x7FFF, which the pack's signed saturation limits to 255.
+            if (outDepth == 8 && byteLimit == 255 && inDepth >= 6)
+                ReduceScale1Bytes<false>(plane, stride, width, firstOut, endOut, inDepth, byteLimit);
+            else if (outDepth == 8)
+                ReduceScale1Bytes<true>(plane, stride, width, firstOut, endOut, inDepth, byteLimit);
             else
                 ReduceScale1Words(plane, stride, width, firstOut, endOut, maxValue);
             break;

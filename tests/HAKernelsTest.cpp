@@ -47,8 +47,7 @@ TEST(HAKernelsTest, WideInterpolationEqualsTheTwin) {
         HAGreenKernel scalar, wide;
     };
     const Kernel kernels[] = {{"green", HAGreenScalar, HAGreenAvx2},
-                              {"colour at green", HAColourAtGreenScalar, HAColourAtGreenAvx2},
-                              {"colour at colour", HAColourAtColourScalar, HAColourAtColourAvx2}};
+                              {"colour", HAColourScalar, HAColourAvx2}};
     std::mt19937 random(7);
     for (const Shape& shape : RandomShapes(random))
         for (int32_t phase = 0; phase < 4; ++phase)
@@ -65,6 +64,49 @@ TEST(HAKernelsTest, WideInterpolationEqualsTheTwin) {
                     ASSERT_EQ(wide.storage, scalar.storage)
                         << kernel.name << " " << shape.width << "x" << shape.height << " phase " << phase << " depth "
                         << depth << " split " << split;
+                }
+            }
+}
+
+// Samples of up to 8 bits take the 16-bit path. Its inputs at the bounds the stage keeps (colour planes up to
+// 8 * 255, green up to 12 * 255), extremes common; and the planes a real chain leaves from bytes that are mostly
+// 0 or 255: the load, then each step's scalar result as the next step's input.
+TEST(HAKernelsTest, WideEightBitPathEqualsTheTwin) {
+    if (!HasAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+    std::mt19937 random(19);
+    const auto extreme = [&](uint16_t limit) {
+        const uint32_t kind = random() % 4;
+        return uint16_t(kind == 0 ? 0 : kind == 1 ? limit : random() % (limit + 1u));
+    };
+    for (const Shape& shape : RandomShapes(random))
+        for (int32_t phase = 0; phase < 4; ++phase)
+            for (const bool chained : {false, true}) {
+                Planes scalar(shape.width, shape.height, phase);
+                for (size_t i = 0; i < scalar.storage.size(); ++i)
+                    scalar.storage[i] = extreme(i < scalar.planeElements ? 12 * 255 : 8 * 255);
+                if (chained) {
+                    std::vector<uint8_t> bytes(size_t(shape.width) * shape.height);
+                    for (uint8_t& b : bytes) b = uint8_t(extreme(255));
+                    HALoadScalar(scalar.View(), bytes.data(), shape.width, false, 0, shape.height);
+                }
+                const struct {
+                    const char* name;
+                    HAGreenKernel scalar, wide;
+                } steps[] = {{"green", HAGreenScalar, HAGreenAvx2}, {"colour", HAColourScalar, HAColourAvx2}};
+                const Planes start = scalar;
+                for (const auto& step : steps) {
+                    // Without the chain, each step starts from the bounds.
+                    if (!chained) scalar = start;
+                    Planes wide = scalar;
+                    HAPlanes narrow = wide.View();
+                    narrow.sampleDepth = 8;
+                    const int32_t split = int32_t(random() % (shape.height + 1));
+                    step.scalar(scalar.View(), 0, shape.height);
+                    step.wide(narrow, 0, split);
+                    step.wide(narrow, split, shape.height);
+                    ASSERT_EQ(wide.storage, scalar.storage)
+                        << step.name << " " << shape.width << "x" << shape.height << " phase " << phase << " split "
+                        << split << (chained ? " chained" : "");
                 }
             }
 }
@@ -181,7 +223,7 @@ TEST_P(HAKernelSites, ColourAtGreenFloorsAndClamps) {
     planes.At(green, 2, 4) = 3000, planes.At(evenColour, 2, 4) = 1;
     // The other colour from above and below: (2000 - 1000 - 1000 + 1001 + 1000) >> 1 = 1000 (1000.5 floored).
     planes.At(oddColour, 1, 5) = 1001;
-    Kernels().colourAtGreen(planes.View(), 0, 16);
+    Kernels().colour(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(evenColour, 2, 5), 0);
     EXPECT_EQ(planes.At(oddColour, 2, 5), 1000);
 }
@@ -192,7 +234,7 @@ TEST_P(HAKernelSites, DiagonalGradientsHaveNoFactorTwo) {
     planes.At(green, 1, 5) = 950, planes.At(green, 3, 3) = 950;
     planes.At(oddColour, 1, 3) = 200, planes.At(oddColour, 3, 5) = 500;
     planes.At(oddColour, 1, 5) = 300, planes.At(oddColour, 3, 3) = 150;
-    Kernels().colourAtColour(planes.View(), 0, 16);
+    Kernels().colour(planes.View(), 0, 16);
     EXPECT_EQ(planes.At(oddColour, 2, 4), 275);
 }
 
