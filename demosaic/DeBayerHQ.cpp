@@ -30,8 +30,19 @@ bool ReadableLayout(const ImageFormat& in) {
            (in.bitDepth == 12 && in.bitsPerPixel == 12);
 }
 
-// Four pixels of three planes into RGBX with padding 0xFF.
+// Output of at least this many bytes bypasses the caches: it would only evict the planes' rows still to be read.
+constexpr size_t streamedOutputBytes = 8u << 20;
+
+// Four pixels of three planes into RGBX with padding 0xFF. Streamed, the 16-byte groups go past the caches and
+// out must be 16-byte aligned.
+template <bool streamed>
 void Interleave8(const uint8_t* r, const uint8_t* g, const uint8_t* b, uint8_t* out, uint32_t pixels) {
+    const auto put = [](__m128i* to, __m128i value) {
+        if (streamed)
+            _mm_stream_si128(to, value);
+        else
+            _mm_storeu_si128(to, value);
+    };
     const __m128i padding = _mm_set1_epi8(char(0xFF));
     uint32_t x = 0;
     for (; x + 16 <= pixels; x += 16) {
@@ -41,10 +52,10 @@ void Interleave8(const uint8_t* r, const uint8_t* g, const uint8_t* b, uint8_t* 
         const __m128i rgLow = _mm_unpacklo_epi8(rs, gs), rgHigh = _mm_unpackhi_epi8(rs, gs);
         const __m128i bxLow = _mm_unpacklo_epi8(bs, padding), bxHigh = _mm_unpackhi_epi8(bs, padding);
         __m128i* o = reinterpret_cast<__m128i*>(out + 4 * x);
-        _mm_storeu_si128(o + 0, _mm_unpacklo_epi16(rgLow, bxLow));
-        _mm_storeu_si128(o + 1, _mm_unpackhi_epi16(rgLow, bxLow));
-        _mm_storeu_si128(o + 2, _mm_unpacklo_epi16(rgHigh, bxHigh));
-        _mm_storeu_si128(o + 3, _mm_unpackhi_epi16(rgHigh, bxHigh));
+        put(o + 0, _mm_unpacklo_epi16(rgLow, bxLow));
+        put(o + 1, _mm_unpackhi_epi16(rgLow, bxLow));
+        put(o + 2, _mm_unpacklo_epi16(rgHigh, bxHigh));
+        put(o + 3, _mm_unpackhi_epi16(rgHigh, bxHigh));
     }
     for (; x + 4 <= pixels; x += 4) {
         int32_t rw, gw, bw;
@@ -157,9 +168,14 @@ uint32_t DeBayerHQ::Process(const void* in, void* out, const void*) {
     const uint8_t* b = static_cast<const uint8_t*>(planes[2]);
     uint8_t* o = static_cast<uint8_t*>(out);
     if (outFormat.bitDepth == 8) {
-        for (uint32_t y = 0; y < height / scale; ++y)
-            Interleave8(r + size_t(y) * planeStep, g + size_t(y) * planeStep, b + size_t(y) * planeStep,
-                        o + size_t(y) * outStep, width / scale);
+        const uint32_t rows = height / scale;
+        const bool streamed = size_t(outStep) * rows >= streamedOutputBytes && outStep % 16 == 0 &&
+                              reinterpret_cast<uintptr_t>(o) % 16 == 0;
+        const auto interleave = streamed ? Interleave8<true> : Interleave8<false>;
+        for (uint32_t y = 0; y < rows; ++y)
+            interleave(r + size_t(y) * planeStep, g + size_t(y) * planeStep, b + size_t(y) * planeStep,
+                       o + size_t(y) * outStep, width / scale);
+        if (streamed) _mm_sfence();
     } else if (scale > 1) {
         // The deep layouts are defined for whole frames only: a reduced frame's buffer could not hold them.
         Log(LogFailure, "Debayer failed");

@@ -103,10 +103,13 @@ TEST_F(DeBayerHQTest, PhaseFollowsTheBayerOrder) {
 }
 
 TEST_F(DeBayerHQTest, EightBitPlanesInterleaveWithOpaquePadding) {
-    // 36 pixels per row: sixteen at a time, four at a time, and no tail left; at scale 4 the 9 pixels of a row
-    // also take the single-pixel tail.
-    for (const uint32_t scale : {1u, 4u}) {
-        const uint32_t width = 144, height = 8;
+    // Rows of 144 pixels go sixteen at a time, of 36 sixteen and then four at a time, of 9 also pixel by pixel. A
+    // frame of 8 MiB of output takes the path that bypasses the caches.
+    struct Case {
+        uint32_t width, height, scale;
+    };
+    for (const Case c : {Case{144, 8, 1}, Case{144, 8, 4}, Case{144, 32, 16}, Case{2048, 1024, 1}}) {
+        const uint32_t width = c.width, height = c.height, scale = c.scale;
         auto stage = MakeFake(width, height, {PixelFormat::BayerRGGB, 8, 8}, {PixelFormat::RGBX, 8, 32}, scale, 1);
         ASSERT_NE(stage, nullptr);
         stage->rowBytes = width + 16;  // rows of the planes are planeRowBytes / scale apart
