@@ -3,6 +3,7 @@
 #include "demosaic/SiteMasks.h"
 #include "primitives/Px.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <utility>
 
@@ -50,15 +51,38 @@ void Exchange(Buffer& a, Buffer& b) {
 
 void Double(ImageBuffer64& plane) { PxMulC_64f_I(2.0, plane.data, Count(plane)); }
 
+// Element-wise steps run over a few rows at a time, so that the planes a sequence of steps reads and writes come
+// from memory once rather than once per step. Every element gets the same operations in the same order as over
+// whole planes. Strips have an even number of rows, so the site patterns keep their rows.
+constexpr uint32_t stripElements = 4096;
+
+template <class Steps>
+void InStrips(uint32_t width, uint32_t height, Steps steps) {
+    const uint32_t rows = std::max(2u, (stripElements / std::max(width, 1u)) & ~1u);
+    for (uint32_t y = 0; y < height; y += rows) {
+        const uint32_t stripRows = std::min(rows, height - y);
+        steps(size_t(y) * width, int32_t(size_t(stripRows) * width), stripRows);
+    }
+}
+
 }  // namespace
 
 void GuidedFilter::Sum(ImageBuffer64& plane, int32_t rowParity) {
     BoxSum(boxRing, plane, windowWidth, windowHeight, rowParity);
 }
 
-void GuidedFilter::FitOffset() {
-    work.Multiply(slope, meanSecond);
-    offset.Subtract(meanFirst, work);
+// offset = meanFirst - slope * meanSecond over one strip.
+void GuidedFilter::FitOffset(size_t o, int32_t count) {
+    PxMul_64f(slope.data + o, meanSecond.data + o, work.data + o, count);
+    PxSub_64f(work.data + o, meanFirst.data + o, offset.data + o, count);
+}
+
+// Sizes work and offset like slope for FitOffset.
+void GuidedFilter::SizeFit() {
+    for (ImageBuffer64* plane : {&meanFirst, &meanSecond})
+        if (plane->data == nullptr || plane->Size() != slope.Size()) throw false;
+    work.Resize(slope.width, slope.height);
+    offset.Resize(slope.width, slope.height);
 }
 
 void GuidedFilter::ComputeMeans(const ImageBuffer32& first, const ImageBuffer32& second, uint32_t pattern) {
@@ -75,59 +99,63 @@ void GuidedFilter::ComputeMeans(const ImageBuffer32& first, const ImageBuffer32&
     denominator.Resize(width, height);
     denominator.FillSitePattern(pattern);
     Sum(denominator, p);
-    PxThresholdLT_64f_I(denominator.data, count, countFloor);
-    PxInv_64f(denominator.data, denominator.data, count);
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        PxThresholdLT_64f_I(denominator.data + o, n, countFloor);
+        PxInv_64f(denominator.data + o, denominator.data + o, n);
+    });
 
     meanFirst.Resize(width, height);
     PxConvert_32f64f(first.data, meanFirst.data, count);
     Sum(meanFirst, p);
-    PxMul_64f_I(denominator.data, meanFirst.data, count);
-
     meanSecond.Resize(width, height);
     PxConvert_32f64f(second.data, meanSecond.data, count);
     Sum(meanSecond, p);
-    PxMul_64f_I(denominator.data, meanSecond.data, count);
-
     meanSqFirst.Resize(width, height);
     SquareToDouble(meanSqFirst.data, first.data, uint32_t(count));
     Sum(meanSqFirst, p);
-    PxMul_64f_I(denominator.data, meanSqFirst.data, count);
-
     meanSqSecond.Resize(width, height);
     SquareToDouble(meanSqSecond.data, second.data, uint32_t(count));
     Sum(meanSqSecond, p);
-    PxMul_64f_I(denominator.data, meanSqSecond.data, count);
-
     cross.Resize(width, height);
     ProductToDouble(cross.data, first.data, second.data, uint32_t(count));
     Sum(cross, p);
-    PxMul_64f_I(denominator.data, cross.data, count);
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        for (ImageBuffer64* mean : {&meanFirst, &meanSecond, &meanSqFirst, &meanSqSecond, &cross})
+            PxMul_64f_I(denominator.data + o, mean->data + o, n);
+    });
 }
 
-void GuidedFilter::ApplyWeighted(ImageBuffer32& out, const ImageBuffer32& guide) {
+void GuidedFilter::ApplyWeighted(ImageBuffer32& out, const ImageBuffer32& guide) { Apply(out, guide, false, 0); }
+
+void GuidedFilter::Apply(ImageBuffer32& out, const ImageBuffer32& guide, bool masked, uint32_t pattern) {
     if (guide.data == nullptr) throw false;
-    if (guide.width == 0 || guide.height == 0) {
-        out.Resize(guide.width, guide.height);
+    const uint32_t width = guide.width, height = guide.height;
+    if (width == 0 || height == 0) {
+        out.Resize(width, height);
         return;
     }
     for (const ImageBuffer64* plane : {&slope, &offset, &cross, &meanSqFirst, &meanSqSecond})
         RequireShape(*plane, guide);
-    const int32_t count = Count(guide);
+    work.Resize(width, height);
+    denominator.Resize(width, height);
 
     // The mean squared error of each window's line over its samples:
-    // mean(target^2) + slope^2 mean(guide^2) - slope cross - offset^2.
-    work.Multiply(slope, meanSqSecond);
-    PxSub_64f_I(cross.data, work.data, count);
-    PxMul_64f_I(slope.data, work.data, count);
-    denominator.Resize(work.width, work.height);
-    PxAdd_64f(meanSqFirst.data, work.data, denominator.data, count);
-    PxSqr_64f(offset.data, work.data, count);
-    denominator.Subtract(denominator, work);
-    // Each window's weight, the reciprocal root of its error, bounded by the floor.
-    PxThresholdLT_64f_I(denominator.data, count, errorFloor);
-    PxInvSqrt_64f(denominator.data, denominator.data, count);
-    PxMul_64f_I(denominator.data, offset.data, count);
-    PxMul_64f_I(denominator.data, slope.data, count);
+    // mean(target^2) + slope^2 mean(guide^2) - slope cross - offset^2; each window's weight, the reciprocal root
+    // of its error, bounded by the floor.
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        double* const w = work.data + o;
+        double* const d = denominator.data + o;
+        PxMul_64f(slope.data + o, meanSqSecond.data + o, w, n);
+        PxSub_64f_I(cross.data + o, w, n);
+        PxMul_64f_I(slope.data + o, w, n);
+        PxAdd_64f(meanSqFirst.data + o, w, d, n);
+        PxSqr_64f(offset.data + o, w, n);
+        PxSub_64f(w, d, d, n);
+        PxThresholdLT_64f_I(d, n, errorFloor);
+        PxInvSqrt_64f(d, d, n);
+        PxMul_64f_I(d, offset.data + o, n);
+        PxMul_64f_I(d, slope.data + o, n);
+    });
 
     // Sums of the weights and of the weighted lines over the windows covering each pixel; a fit exists at every
     // pixel, so no row parity applies.
@@ -135,13 +163,16 @@ void GuidedFilter::ApplyWeighted(ImageBuffer32& out, const ImageBuffer32& guide)
     Sum(offset, 0);
     Sum(slope, 0);
 
-    work.Resize(guide.width, guide.height);
-    PxConvert_32f64f(guide.data, work.data, count);
-    PxMul_64f_I(slope.data, work.data, count);
-    PxAdd_64f_I(offset.data, work.data, count);
-    PxDiv_64f_I(denominator.data, work.data, count);
-    out.Resize(work.width, work.height);
-    PxConvert_64f32f(work.data, out.data, count);
+    out.Resize(width, height);
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t rows) {
+        double* const w = work.data + o;
+        PxConvert_32f64f(guide.data + o, w, n);
+        PxMul_64f_I(slope.data + o, w, n);
+        PxAdd_64f_I(offset.data + o, w, n);
+        PxDiv_64f_I(denominator.data + o, w, n);
+        PxConvert_64f32f(w, out.data + o, n);
+        if (masked) MaskBySites(out.data + o, out.data + o, pattern, width, rows);
+    });
 }
 
 void GuidedFilter::FilterPairPlain(ImageBuffer32& outFirst, ImageBuffer32& outSecond, const ImageBuffer32& first,
@@ -152,34 +183,40 @@ void GuidedFilter::FilterPairPlain(ImageBuffer32& outFirst, ImageBuffer32& outSe
         return;
     }
     const uint32_t q = patternA | patternB;
-    const int32_t count = Count(first);
+    const uint32_t width = first.width, height = first.height;
     ComputeMeans(first, second, q);
 
-    work.Multiply(meanFirst, meanSecond);
     ImageBuffer64 covariance;
-    covariance.Resize(cross.width, cross.height);
-    covariance.Subtract(cross, work);
-    Double(cross);
+    covariance.Resize(width, height);
+    work.Resize(width, height);
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        PxMul_64f(meanFirst.data + o, meanSecond.data + o, work.data + o, n);
+        PxSub_64f(work.data + o, cross.data + o, covariance.data + o, n);
+        PxMulC_64f_I(2.0, cross.data + o, n);
+    });
 
     // The slope of the first plane on the second, then the second on the first: the covariance is shared, the
     // variance is the guide's.
     const auto fitLine = [&] {
-        work.Multiply(meanSecond, meanSecond);
-        denominator.Subtract(meanSqSecond, work);
-        PxAddC_64f_I(epsilon, denominator.data, count);
-        slope.Resize(denominator.width, denominator.height);
-        PxDiv_64f(denominator.data, covariance.data, slope.data, count);
-        FitOffset();
+        denominator.Resize(width, height);
+        slope.Resize(width, height);
+        SizeFit();
+        InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+            double* const d = denominator.data + o;
+            PxMul_64f(meanSecond.data + o, meanSecond.data + o, work.data + o, n);
+            PxSub_64f(work.data + o, meanSqSecond.data + o, d, n);
+            PxAddC_64f_I(epsilon, d, n);
+            PxDiv_64f(d, covariance.data + o, slope.data + o, n);
+            FitOffset(o, n);
+        });
     };
     fitLine();
-    ApplyWeighted(outFirst, second);
-    MaskBySites(outFirst.data, outFirst.data, q, outFirst.width, outFirst.height);
+    Apply(outFirst, second, true, q);
 
     Exchange(meanFirst, meanSecond);
     Exchange(meanSqFirst, meanSqSecond);
     fitLine();
-    ApplyWeighted(outSecond, first);
-    MaskBySites(outSecond.data, outSecond.data, q, outSecond.width, outSecond.height);
+    Apply(outSecond, first, true, q);
 }
 
 void GuidedFilter::FilterPairLaplacian(ImageBuffer32& outFirst, ImageBuffer32& outSecond,
@@ -191,7 +228,7 @@ void GuidedFilter::FilterPairLaplacian(ImageBuffer32& outFirst, ImageBuffer32& o
         return;
     }
     const uint32_t q = patternA | patternB;
-    const int32_t count = Count(first);
+    const uint32_t width = first.width, height = first.height;
     ComputeMeans(first, second, q);
     Double(cross);
 
@@ -205,28 +242,26 @@ void GuidedFilter::FilterPairLaplacian(ImageBuffer32& outFirst, ImageBuffer32& o
     // guide Laplacian first.
     const auto fitLine = [&](ImageBuffer32& out, const ImageBuffer32& lapTarget, const ImageBuffer32& lapGuide,
                              uint32_t samples) {
+        out.Resize(width, height);
+        slope.Resize(width, height);
+        offset.Resize(width, height);
+        InStrips(width, height, [&](size_t o, int32_t n, uint32_t rows) {
+            MaskBySites(out.data + o, lapGuide.data + o, samples, width, rows);
+            ProductToDouble(slope.data + o, out.data + o, lapTarget.data + o, uint32_t(n));
+            ProductToDouble(offset.data + o, out.data + o, lapGuide.data + o, uint32_t(n));
+        });
         const int32_t p = RowParity(samples);
-        out.Resize(lapGuide.width, lapGuide.height);
-        MaskBySites(out.data, lapGuide.data, samples, out.width, out.height);
-        slope.Resize(out.width, out.height);
-        ProductToDouble(slope.data, out.data, lapTarget.data, uint32_t(count));
         Sum(slope, p);
-        offset.Resize(out.width, out.height);
-        ProductToDouble(offset.data, out.data, lapGuide.data, uint32_t(count));
         Sum(offset, p);
-        PxAddC_64f_I(epsilon, offset.data, count);
-        PxDiv_64f_I(offset.data, slope.data, count);
-        FitOffset();
+        FitSlopeOverOffset();
     };
     fitLine(outFirst, lapFirst, lapSecond, patternA);
-    ApplyWeighted(outFirst, second);
-    MaskBySites(outFirst.data, outFirst.data, q, outFirst.width, outFirst.height);
+    Apply(outFirst, second, true, q);
 
     Exchange(meanFirst, meanSecond);
     Exchange(meanSqFirst, meanSqSecond);
     fitLine(outSecond, lapSecond, lapFirst, patternB);
-    ApplyWeighted(outSecond, first);
-    MaskBySites(outSecond.data, outSecond.data, q, outSecond.width, outSecond.height);
+    Apply(outSecond, first, true, q);
 }
 
 void GuidedFilter::FilterColour(ImageBuffer32& out, const ImageBuffer32& raw, const ImageBuffer32& green,
@@ -236,13 +271,13 @@ void GuidedFilter::FilterColour(ImageBuffer32& out, const ImageBuffer32& raw, co
         return;
     }
     const int32_t p = RowParity(pattern);
-    const int32_t count = Count(raw);
+    const uint32_t width = raw.width, height = raw.height;
 
     ImageBuffer32 first, second;
-    first.Resize(raw.width, raw.height);
-    MaskBySites(first.data, raw.data, pattern, first.width, first.height);
-    second.Resize(green.width, green.height);
-    MaskBySites(second.data, green.data, pattern, second.width, second.height);
+    first.Resize(width, height);
+    MaskBySites(first.data, raw.data, pattern, width, height);
+    second.Resize(width, height);
+    MaskBySites(second.data, green.data, pattern, width, height);
     ComputeMeans(first, second, pattern);
     Double(cross);
 
@@ -252,14 +287,24 @@ void GuidedFilter::FilterColour(ImageBuffer32& out, const ImageBuffer32& raw, co
     FilterImage(filterScratch, out, second, PxBorderMirror, 5, 5, squareLaplacian);
     Exchange(out, second);
 
-    slope.Resize(first.width, first.height);
-    ProductToDouble(slope.data, first.data, second.data, uint32_t(count));
+    slope.Resize(width, height);
+    offset.Resize(width, height);
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        ProductToDouble(slope.data + o, first.data + o, second.data + o, uint32_t(n));
+        SquareToDouble(offset.data + o, second.data + o, uint32_t(n));
+    });
     Sum(slope, p);
-    offset.Resize(second.width, second.height);
-    SquareToDouble(offset.data, second.data, uint32_t(count));
     Sum(offset, p);
-    PxAddC_64f_I(epsilon, offset.data, count);
-    PxDiv_64f_I(offset.data, slope.data, count);
-    FitOffset();
-    ApplyWeighted(out, green);
+    FitSlopeOverOffset();
+    Apply(out, green, false, 0);
+}
+
+// slope = slope / (offset + epsilon), then the offset of that slope's line.
+void GuidedFilter::FitSlopeOverOffset() {
+    SizeFit();
+    InStrips(slope.width, slope.height, [&](size_t o, int32_t n, uint32_t) {
+        PxAddC_64f_I(epsilon, offset.data + o, n);
+        PxDiv_64f_I(offset.data + o, slope.data + o, n);
+        FitOffset(o, n);
+    });
 }

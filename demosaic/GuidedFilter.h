@@ -60,6 +60,9 @@ public:
 
 private:
     void Sum(ImageBuffer64& plane, int32_t rowParity);
-    // offset = meanFirst - slope * meanSecond.
-    void FitOffset();
+    void SizeFit();
+    void FitOffset(size_t offsetOfStrip, int32_t count);
+    void FitSlopeOverOffset();
+    // ApplyWeighted, with out masked to the sites of pattern when masked is set.
+    void Apply(ImageBuffer32& out, const ImageBuffer32& guide, bool masked, uint32_t pattern);
 };
