@@ -1,6 +1,7 @@
 #include "demosaic/ARI.h"
 
 #include "demosaic/GuidedFilter.h"
+#include "demosaic/PlaneStrips.h"
 #include "demosaic/SiteMasks.h"
 #include "primitives/Px.h"
 #include "stream/StageCreators.h"
@@ -208,48 +209,55 @@ void ARI::DirectionalPass(uint32_t direction, uint32_t variant) {
                 filter.FilterPairLaplacian(tentGreen1, tentColour1, green1, colour1, pg1, pc1);
             }
         }
-        PxSub_32f_I(tentGreen0.data, green0.data, count);
-        PxSub_32f_I(tentColour0.data, colour0.data, count);
-        PxSub_32f_I(tentGreen1.data, green1.data, count);
-        PxSub_32f_I(tentColour1.data, colour1.data, count);
+        InStrips(w, h, [&](size_t o, int32_t n, uint32_t, uint32_t) {
+            PxSub_32f_I(tentGreen0.data + o, green0.data + o, n);
+            PxSub_32f_I(tentColour0.data + o, colour0.data + o, n);
+            PxSub_32f_I(tentGreen1.data + o, green1.data + o, n);
+            PxSub_32f_I(tentColour1.data + o, colour1.data + o, n);
+        });
         ImageBuffer32 criterion;
         DirectionalCriterion(criterion, green0, green1, colour0, colour1, direction);
 
         // The residuals of the samples against the tentative images, carried along the line to the neighbours.
-        PxSub_32f(tentGreen0.data, raw.data, green0.data, count);
-        PxSub_32f(tentGreen1.data, raw.data, green1.data, count);
-        PxSub_32f(tentColour0.data, raw.data, colour0.data, count);
-        PxSub_32f(tentColour1.data, raw.data, colour1.data, count);
         ImageBuffer32 residualGreen, residualColour, spreadGreen, spreadColour;
-        residualGreen.MergeBySites(green0, pg0, green1, pg1);
-        residualColour.MergeBySites(colour0, pc0, colour1, pc1);
+        residualGreen.Resize(w, h);
+        residualColour.Resize(w, h);
+        InStrips(w, h, [&](size_t o, int32_t n, uint32_t y, uint32_t rows) {
+            PxSub_32f(tentGreen0.data + o, raw.data + o, green0.data + o, n);
+            PxSub_32f(tentGreen1.data + o, raw.data + o, green1.data + o, n);
+            PxSub_32f(tentColour0.data + o, raw.data + o, colour0.data + o, n);
+            PxSub_32f(tentColour1.data + o, raw.data + o, colour1.data + o, n);
+            MergeRowsBySites(residualGreen.data + o, green0.data + o, pg0, green1.data + o, pg1, w, y, rows);
+            MergeRowsBySites(residualColour.data + o, colour0.data + o, pc0, colour1.data + o, pc1, w, y, rows);
+        });
         FilterImage(filterScratch, spreadGreen, residualGreen, PxBorderReplicate, lineWidth, lineHeight,
                     ResidualKernel);
         FilterImage(filterScratch, spreadColour, residualColour, PxBorderReplicate, lineWidth, lineHeight,
                     ResidualKernel);
-        PxAdd_32f_I(spreadGreen.data, tentGreen0.data, count);
-        PxAdd_32f_I(spreadGreen.data, tentGreen1.data, count);
-        PxAdd_32f_I(spreadColour.data, tentColour0.data, count);
-        PxAdd_32f_I(spreadColour.data, tentColour1.data, count);
 
-        green0.MergeBySites(raw, pg0, tentGreen0, pc0);
-        colour0.MergeBySites(raw, pc0, tentColour0, pg0);
-        green1.MergeBySites(raw, pg1, tentGreen1, pc1);
-        colour1.MergeBySites(raw, pc1, tentColour1, pg1);
-
-        // The candidate replaces the best one unless its criterion is greater: an equal criterion and a NaN
-        // replace it.
+        // The new images, and per pixel the candidate replaces the best one unless its criterion is greater: an
+        // equal criterion and a NaN replace it.
         ImageBuffer32& candidate = residualGreen;
-        PxAdd_32f(green1.data, green0.data, candidate.data, count);
-        const float* c = criterion.data;
-        const float* g = candidate.data;
-        float* __restrict best = bestCriterion.data;
-        float* __restrict kept = bestGreen.data;
-        for (int32_t i = 0; i < count; ++i) {
-            const bool keep = c[i] > best[i];
-            best[i] = keep ? best[i] : c[i];
-            kept[i] = keep ? kept[i] : g[i];
-        }
+        InStrips(w, h, [&](size_t o, int32_t n, uint32_t y, uint32_t rows) {
+            PxAdd_32f_I(spreadGreen.data + o, tentGreen0.data + o, n);
+            PxAdd_32f_I(spreadGreen.data + o, tentGreen1.data + o, n);
+            PxAdd_32f_I(spreadColour.data + o, tentColour0.data + o, n);
+            PxAdd_32f_I(spreadColour.data + o, tentColour1.data + o, n);
+            MergeRowsBySites(green0.data + o, raw.data + o, pg0, tentGreen0.data + o, pc0, w, y, rows);
+            MergeRowsBySites(colour0.data + o, raw.data + o, pc0, tentColour0.data + o, pg0, w, y, rows);
+            MergeRowsBySites(green1.data + o, raw.data + o, pg1, tentGreen1.data + o, pc1, w, y, rows);
+            MergeRowsBySites(colour1.data + o, raw.data + o, pc1, tentColour1.data + o, pg1, w, y, rows);
+            PxAdd_32f(green1.data + o, green0.data + o, candidate.data + o, n);
+            const float* c = criterion.data + o;
+            const float* g = candidate.data + o;
+            float* __restrict best = bestCriterion.data + o;
+            float* __restrict kept = bestGreen.data + o;
+            for (int32_t i = 0; i < n; ++i) {
+                const bool keep = c[i] > best[i];
+                best[i] = keep ? best[i] : c[i];
+                kept[i] = keep ? kept[i] : g[i];
+            }
+        });
     }
 
     // The pass's weight is the reciprocal of its best criterion.
@@ -263,20 +271,26 @@ void ARI::DirectionalPass(uint32_t direction, uint32_t variant) {
 // where the residuals are small and flat. The four residual planes serve as scratch.
 void ARI::DirectionalCriterion(ImageBuffer32& criterion, ImageBuffer32& g0, ImageBuffer32& g1, ImageBuffer32& c0,
                                ImageBuffer32& c1, uint32_t direction) {
-    const int32_t count = Count(g0);
+    const uint32_t w = g0.width, h = g0.height;
     const uint32_t lineWidth = direction == 0 ? 3 : 1, lineHeight = direction == 0 ? 1 : 3;
-    PxAdd_32f_I(g1.data, g0.data, count);
-    PxAdd_32f_I(c1.data, c0.data, count);
+    InStrips(w, h, [&](size_t o, int32_t n, uint32_t, uint32_t) {
+        PxAdd_32f_I(g1.data + o, g0.data + o, n);
+        PxAdd_32f_I(c1.data + o, c0.data + o, n);
+    });
     FilterImage(filterScratch, g1, g0, PxBorderReplicate, lineWidth, lineHeight, GradientKernel);
     FilterImage(filterScratch, c1, c0, PxBorderReplicate, lineWidth, lineHeight, GradientKernel);
-    for (ImageBuffer32* plane : {&g0, &g1, &c0, &c1}) PxAbs_32f_I(plane->data, count);
-    PxAdd_32f_I(g0.data, c0.data, count);
+    InStrips(w, h, [&](size_t o, int32_t n, uint32_t, uint32_t) {
+        for (ImageBuffer32* plane : {&g0, &g1, &c0, &c1}) PxAbs_32f_I(plane->data + o, n);
+        PxAdd_32f_I(g0.data + o, c0.data + o, n);
+        PxAdd_32f_I(g1.data + o, c1.data + o, n);
+    });
     FilterImage(filterScratch, g0, c0, PxBorderReplicate, 5, 5, CriterionKernel);
-    PxAdd_32f_I(g1.data, c1.data, count);
     FilterImage(filterScratch, g1, c1, PxBorderReplicate, 5, 5, CriterionKernel);
-    PxSqr_32f_I(g0.data, count);
-    criterion.Resize(g0.width, g0.height);
-    PxMul_32f(g1.data, g0.data, criterion.data, count);
+    criterion.Resize(w, h);
+    InStrips(w, h, [&](size_t o, int32_t n, uint32_t, uint32_t) {
+        PxSqr_32f_I(g0.data + o, n);
+        PxMul_32f(g1.data + o, g0.data + o, criterion.data + o, n);
+    });
 }
 
 void ARI::EstimateColour(uint32_t index) {

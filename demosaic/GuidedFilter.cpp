@@ -1,9 +1,9 @@
 #include "demosaic/GuidedFilter.h"
 
+#include "demosaic/PlaneStrips.h"
 #include "demosaic/SiteMasks.h"
 #include "primitives/Px.h"
 
-#include <algorithm>
 #include <initializer_list>
 #include <utility>
 
@@ -51,20 +51,6 @@ void Exchange(Buffer& a, Buffer& b) {
 
 void Double(ImageBuffer64& plane) { PxMulC_64f_I(2.0, plane.data, Count(plane)); }
 
-// Element-wise steps run over a few rows at a time, so that the planes a sequence of steps reads and writes come
-// from memory once rather than once per step. Every element gets the same operations in the same order as over
-// whole planes. Strips have an even number of rows, so the site patterns keep their rows.
-constexpr uint32_t stripElements = 4096;
-
-template <class Steps>
-void InStrips(uint32_t width, uint32_t height, Steps steps) {
-    const uint32_t rows = std::max(2u, (stripElements / std::max(width, 1u)) & ~1u);
-    for (uint32_t y = 0; y < height; y += rows) {
-        const uint32_t stripRows = std::min(rows, height - y);
-        steps(size_t(y) * width, int32_t(size_t(stripRows) * width), stripRows);
-    }
-}
-
 }  // namespace
 
 void GuidedFilter::Sum(ImageBuffer64& plane, int32_t rowParity) {
@@ -99,7 +85,7 @@ void GuidedFilter::ComputeMeans(const ImageBuffer32& first, const ImageBuffer32&
     denominator.Resize(width, height);
     denominator.FillSitePattern(pattern);
     Sum(denominator, p);
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         PxThresholdLT_64f_I(denominator.data + o, n, countFloor);
         PxInv_64f(denominator.data + o, denominator.data + o, n);
     });
@@ -119,7 +105,7 @@ void GuidedFilter::ComputeMeans(const ImageBuffer32& first, const ImageBuffer32&
     cross.Resize(width, height);
     ProductToDouble(cross.data, first.data, second.data, uint32_t(count));
     Sum(cross, p);
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         for (ImageBuffer64* mean : {&meanFirst, &meanSecond, &meanSqFirst, &meanSqSecond, &cross})
             PxMul_64f_I(denominator.data + o, mean->data + o, n);
     });
@@ -142,7 +128,7 @@ void GuidedFilter::Apply(ImageBuffer32& out, const ImageBuffer32& guide, bool ma
     // The mean squared error of each window's line over its samples:
     // mean(target^2) + slope^2 mean(guide^2) - slope cross - offset^2; each window's weight, the reciprocal root
     // of its error, bounded by the floor.
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         double* const w = work.data + o;
         double* const d = denominator.data + o;
         PxMul_64f(slope.data + o, meanSqSecond.data + o, w, n);
@@ -164,7 +150,7 @@ void GuidedFilter::Apply(ImageBuffer32& out, const ImageBuffer32& guide, bool ma
     Sum(slope, 0);
 
     out.Resize(width, height);
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t rows) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t rows) {
         double* const w = work.data + o;
         PxConvert_32f64f(guide.data + o, w, n);
         PxMul_64f_I(slope.data + o, w, n);
@@ -189,7 +175,7 @@ void GuidedFilter::FilterPairPlain(ImageBuffer32& outFirst, ImageBuffer32& outSe
     ImageBuffer64 covariance;
     covariance.Resize(width, height);
     work.Resize(width, height);
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         PxMul_64f(meanFirst.data + o, meanSecond.data + o, work.data + o, n);
         PxSub_64f(work.data + o, cross.data + o, covariance.data + o, n);
         PxMulC_64f_I(2.0, cross.data + o, n);
@@ -201,7 +187,7 @@ void GuidedFilter::FilterPairPlain(ImageBuffer32& outFirst, ImageBuffer32& outSe
         denominator.Resize(width, height);
         slope.Resize(width, height);
         SizeFit();
-        InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+        InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
             double* const d = denominator.data + o;
             PxMul_64f(meanSecond.data + o, meanSecond.data + o, work.data + o, n);
             PxSub_64f(work.data + o, meanSqSecond.data + o, d, n);
@@ -245,7 +231,7 @@ void GuidedFilter::FilterPairLaplacian(ImageBuffer32& outFirst, ImageBuffer32& o
         out.Resize(width, height);
         slope.Resize(width, height);
         offset.Resize(width, height);
-        InStrips(width, height, [&](size_t o, int32_t n, uint32_t rows) {
+        InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t rows) {
             MaskBySites(out.data + o, lapGuide.data + o, samples, width, rows);
             ProductToDouble(slope.data + o, out.data + o, lapTarget.data + o, uint32_t(n));
             ProductToDouble(offset.data + o, out.data + o, lapGuide.data + o, uint32_t(n));
@@ -289,7 +275,7 @@ void GuidedFilter::FilterColour(ImageBuffer32& out, const ImageBuffer32& raw, co
 
     slope.Resize(width, height);
     offset.Resize(width, height);
-    InStrips(width, height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(width, height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         ProductToDouble(slope.data + o, first.data + o, second.data + o, uint32_t(n));
         SquareToDouble(offset.data + o, second.data + o, uint32_t(n));
     });
@@ -302,7 +288,7 @@ void GuidedFilter::FilterColour(ImageBuffer32& out, const ImageBuffer32& raw, co
 // slope = slope / (offset + epsilon), then the offset of that slope's line.
 void GuidedFilter::FitSlopeOverOffset() {
     SizeFit();
-    InStrips(slope.width, slope.height, [&](size_t o, int32_t n, uint32_t) {
+    InStrips(slope.width, slope.height, [&](size_t o, int32_t n, uint32_t, uint32_t) {
         PxAddC_64f_I(epsilon, offset.data + o, n);
         PxDiv_64f_I(offset.data + o, slope.data + o, n);
         FitOffset(o, n);

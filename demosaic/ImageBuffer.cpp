@@ -112,21 +112,26 @@ void ImageBuffer32::MergeBySites(const ImageBuffer32& a, uint32_t patternA, cons
     if ((patternA & patternB) != 0) throw false;
     Resize(a.width, a.height);
     if (width % 8 != 0 || height % 2 != 0 || height < 2) return;
-    for (uint32_t y = 0; y < height; ++y) {
+    MergeRowsBySites(data, a.data, patternA, b.data, patternB, width, 0, height);
+}
+
+void MergeRowsBySites(float* out, const float* a, uint32_t patternA, const float* b, uint32_t patternB,
+                      uint32_t width, uint32_t firstRow, uint32_t rows) {
+    for (uint32_t y = firstRow; y < firstRow + rows; ++y) {
         // Which source each column parity of this row takes: the choice is made per row, so the loop over the
         // row moves whole blocks.
         const int firstSite = int(y & 1) * 2;
         const bool evenA = PatternByte(patternA, firstSite) != 0, oddA = PatternByte(patternA, firstSite + 1) != 0;
         const bool evenB = PatternByte(patternB, firstSite) != 0, oddB = PatternByte(patternB, firstSite + 1) != 0;
-        const size_t row = size_t(y) * width;
-        float* out = data + row;
-        const float* fromA = a.data + row;
-        const float* fromB = b.data + row;
+        const size_t row = size_t(y - firstRow) * width;
+        float* to = out + row;
+        const float* fromA = a + row;
+        const float* fromB = b + row;
         for (uint32_t x = 0; x < width; x += 8) {
             for (uint32_t k = 0; k < 8; ++k) {
                 const bool takeA = (k & 1) ? oddA : evenA, takeB = (k & 1) ? oddB : evenB;
                 const float fromEitherA = fromA[x + k], fromEitherB = fromB[x + k];
-                out[x + k] = takeA ? fromEitherA : takeB ? fromEitherB : 0.0f;
+                to[x + k] = takeA ? fromEitherA : takeB ? fromEitherB : 0.0f;
             }
         }
     }

@@ -81,6 +81,11 @@ public:
     void MergeBySites(const ImageBuffer32& a, uint32_t patternA, const ImageBuffer32& b, uint32_t patternB);
 };
 
+// Rows firstRow to firstRow + rows - 1 of MergeBySites, each pointer at row firstRow of its plane; width a multiple
+// of 8. Nothing is checked.
+void MergeRowsBySites(float* out, const float* a, uint32_t patternA, const float* b, uint32_t patternB,
+                      uint32_t width, uint32_t firstRow, uint32_t rows);
+
 class ImageBuffer64 : public ImageBuffer<double> {
 public:
     // this = a * b and this = a - b elementwise, after resizing to their size; throws false on null data or
